@@ -1,0 +1,89 @@
+#include "support/host/Calendar.hpp"
+
+#include <cmath>
+#include <ctime>
+
+#include <fmt/format.h>
+
+namespace quorv {
+namespace {
+
+bool split(const Calendar& c, double t, std::tm& out) {
+    const auto secs = static_cast<std::time_t>(std::floor(t));
+    return c.utc ? gmtime_r(&secs, &out) != nullptr : localtime_r(&secs, &out) != nullptr;
+}
+
+std::optional<double> join(const Calendar& c, std::tm tm, double fraction) {
+    tm.tm_isdst = -1;
+    const std::time_t secs = c.utc ? timegm(&tm) : std::mktime(&tm);
+    if (secs == static_cast<std::time_t>(-1) && !(tm.tm_year == 69 && tm.tm_mon == 11 && tm.tm_mday == 31)) {
+        return std::nullopt;
+    }
+    return static_cast<double>(secs) + fraction;
+}
+
+int daysInMonth(int year, int month0) {
+    static const int days[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+    const int y = year + 1900;
+    const bool leap = (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
+    return month0 == 1 && leap ? 29 : days[month0];
+}
+
+}  // namespace
+
+std::optional<double> Calendar::addDays(double t, int n) const {
+    std::tm tm{};
+    if (!std::isfinite(t) || !split(*this, t, tm)) return std::nullopt;
+    tm.tm_mday += n;
+    return join(*this, tm, t - std::floor(t));
+}
+
+std::optional<double> Calendar::addMonths(double t, int n) const {
+    std::tm tm{};
+    if (!std::isfinite(t) || !split(*this, t, tm)) return std::nullopt;
+    int month = tm.tm_mon + n;
+    int year = tm.tm_year + month / 12;
+    month %= 12;
+    if (month < 0) {
+        month += 12;
+        year -= 1;
+    }
+    tm.tm_year = year;
+    tm.tm_mon = month;
+    if (tm.tm_mday > daysInMonth(year, month)) tm.tm_mday = daysInMonth(year, month);
+    return join(*this, tm, t - std::floor(t));
+}
+
+double Calendar::startOfDay(double t) const {
+    std::tm tm{};
+    if (!std::isfinite(t) || !split(*this, t, tm)) return t;
+    tm.tm_hour = 0;
+    tm.tm_min = 0;
+    tm.tm_sec = 0;
+    return join(*this, tm, 0).value_or(t);
+}
+
+bool Calendar::sameDay(double a, double b) const {
+    std::tm ta{}, tb{};
+    if (!split(*this, a, ta) || !split(*this, b, tb)) return false;
+    return ta.tm_year == tb.tm_year && ta.tm_yday == tb.tm_yday;
+}
+
+std::string Calendar::shortText(double t) const {
+    std::tm tm{};
+    if (!std::isfinite(t) || !split(*this, t, tm)) return "?";
+    return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}", tm.tm_year + 1900, tm.tm_mon + 1, tm.tm_mday,
+                       tm.tm_hour, tm.tm_min);
+}
+
+std::string Calendar::isoText(double t) const {
+    std::tm tm{};
+    if (!std::isfinite(t) || !split(*this, t, tm)) return "?";
+    const long off = utc ? 0 : tm.tm_gmtoff;
+    const long offAbs = off < 0 ? -off : off;
+    return fmt::format("{:04}-{:02}-{:02}T{:02}:{:02}:{:02}{}{:02}:{:02}", tm.tm_year + 1900, tm.tm_mon + 1,
+                       tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, off < 0 ? '-' : '+', offAbs / 3600,
+                       (offAbs % 3600) / 60);
+}
+
+}  // namespace quorv

@@ -1,0 +1,27 @@
+#include "support/posix/FileLock.hpp"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <cerrno>
+
+#include "support/posix/Files.hpp"
+
+namespace quorv {
+
+std::optional<FileLock> FileLock::acquire(const std::string& path, Mode mode, bool wait) {
+    files::makeFolders(files::parentOf(path), 0755);
+    UniqueFd fd(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    if (!fd) return std::nullopt;
+    int op = (mode == Mode::exclusive ? LOCK_EX : LOCK_SH) | (wait ? 0 : LOCK_NB);
+    while (::flock(fd.get(), op) != 0) {
+        if (errno != EINTR) return std::nullopt;
+    }
+    return FileLock(std::move(fd));
+}
+
+FileLock::~FileLock() {
+    if (fd_) ::flock(fd_.get(), LOCK_UN);
+}
+
+}  // namespace quorv

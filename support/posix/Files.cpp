@@ -1,0 +1,106 @@
+#include "support/posix/Files.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <random>
+
+#include <fmt/format.h>
+
+#include "support/posix/UniqueFd.hpp"
+
+namespace quorv::files {
+
+std::string parentOf(const std::string& path) {
+    auto slash = path.find_last_of('/');
+    if (slash == std::string::npos) return ".";
+    if (slash == 0) return "/";
+    return path.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) {
+    auto slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+std::optional<std::string> read(const std::string& path, std::size_t maxBytes) {
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!fd) return std::nullopt;
+    struct stat st{};
+    if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    std::string out;
+    char buf[65536];
+    for (;;) {
+        ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return std::nullopt;
+        }
+        if (n == 0) break;
+        if (out.size() + static_cast<std::size_t>(n) > maxBytes) return std::nullopt;
+        out.append(buf, static_cast<std::size_t>(n));
+    }
+    return out;
+}
+
+bool makeFolders(const std::string& path, mode_t mode) {
+    if (path.empty()) return false;
+    struct stat st{};
+    if (::stat(path.c_str(), &st) == 0) return S_ISDIR(st.st_mode);
+    const std::string parent = parentOf(path);
+    if (parent != path && !makeFolders(parent, mode)) return false;
+    if (::mkdir(path.c_str(), mode) == 0 || errno == EEXIST) {
+        return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+    }
+    return false;
+}
+
+namespace {
+bool writeAll(int fd, std::string_view data) {
+    while (!data.empty()) {
+        ssize_t n = ::write(fd, data.data(), data.size());
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        data.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+}  // namespace
+
+bool writeAtomically(const std::string& path, std::string_view data, mode_t mode) {
+    const std::string folder = parentOf(path);
+    if (!makeFolders(folder, 0755)) return false;
+    thread_local std::mt19937_64 rng{std::random_device{}()};
+    const std::string temp = fmt::format("{}/.{}.{}.{:x}.tmp", folder, nameOf(path), ::getpid(), rng());
+    UniqueFd fd(::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
+    if (!fd) return false;
+    if (!writeAll(fd.get(), data) || ::fsync(fd.get()) != 0) {
+        ::unlink(temp.c_str());
+        return false;
+    }
+    fd.reset();
+    if (::rename(temp.c_str(), path.c_str()) != 0) {
+        ::unlink(temp.c_str());
+        return false;
+    }
+    UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir) ::fsync(dir.get());
+    return true;
+}
+
+bool appendRecord(const std::string& path, std::string_view record, mode_t mode) {
+    if (!makeFolders(parentOf(path), 0755)) return false;
+    UniqueFd fd(::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, mode));
+    if (!fd) return false;
+    for (;;) {
+        ssize_t n = ::write(fd.get(), record.data(), record.size());
+        if (n < 0 && errno == EINTR) continue;
+        return n == static_cast<ssize_t>(record.size());
+    }
+}
+
+}  // namespace quorv::files

@@ -1,0 +1,30 @@
+#pragma once
+// Whole-file reads and atomic whole-file writes, and folder creation.
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace quorv::files {
+
+// The whole file; nullopt when it can't be opened or is larger than maxBytes. Follows no final link.
+std::optional<std::string> read(const std::string& path, std::size_t maxBytes = 64u << 20);
+
+// Writes a temporary file in the same folder, syncs it, renames it over path and syncs the folder,
+// so a reader sees the old file or the new one, never a part. Creates missing parent folders.
+bool writeAtomically(const std::string& path, std::string_view data, mode_t mode = 0644);
+
+// Creates the folder and any missing parents. True when it exists as a folder afterwards.
+bool makeFolders(const std::string& path, mode_t mode = 0755);
+
+// Appends one record with a single write on an O_APPEND descriptor, so that lines from several
+// processes never interleave.
+bool appendRecord(const std::string& path, std::string_view record, mode_t mode = 0644);
+
+std::string parentOf(const std::string& path);
+std::string nameOf(const std::string& path);
+
+}  // namespace quorv::files
