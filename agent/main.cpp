@@ -1,1 +1,28 @@
-int main() { return 0; }
+// brimstell-agent: started once an hour by launchd (or a systemd user timer); one run, then exit 0.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "kit/agent/Agent.hpp"
+#include "kit/agent/AgentReportText.hpp"
+#include "kit/agent/ProcessHost.hpp"
+#include "support/host/Host.hpp"
+
+int main() {
+    const char* service = std::getenv("XPC_SERVICE_NAME");
+    const std::optional<std::string> serviceName = service ? std::optional<std::string>(service) : std::nullopt;
+    // Started by another launchd job or XPC context: not ours to run.
+    if (!brimstell::Agent::shouldRun(serviceName)) return 0;
+
+    brimstell::installProcessHost();
+    const auto report = brimstell::Agent::run();
+
+    // Under launchd or systemd the service name is set and nobody reads the output; from a
+    // terminal, say what happened.
+    if (!serviceName && ::isatty(STDOUT_FILENO)) {
+        std::fputs(brimstell::reportText(report).c_str(), stdout);
+    }
+    return 0;
+}

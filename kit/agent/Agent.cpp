@@ -1,0 +1,167 @@
+#include "kit/agent/Agent.hpp"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+
+#include <fmt/format.h>
+
+#include "kit/agent/LoginItemWatch.hpp"
+#include "kit/agent/SettingsKeys.hpp"
+#include "kit/agent/WidgetFeed.hpp"
+#include "kit/files/FS.hpp"
+#include "support/background/Background.hpp"
+#include "support/host/Host.hpp"
+#include "support/notify/Notify.hpp"
+#include "support/settings/SettingsStore.hpp"
+#include "support/text/SizeText.hpp"
+
+namespace brimstell {
+
+const std::array<LatchRow, 3> Agent::latches = {{
+    {AgentJob::lowDisk, keys::alarmLowDisk},
+    {AgentJob::batteryWorn, keys::alarmBatteryWorn},
+    {AgentJob::diskHealth, keys::alarmDiskHealth},
+}};
+
+std::vector<std::string> Agent::latchesToClear(const AgentJobSet& due) {
+    std::vector<std::string> out;
+    for (const auto& row : latches) {
+        if (!due.count(row.job)) out.emplace_back(row.key);
+    }
+    return out;
+}
+
+bool Agent::shouldRun(const std::optional<std::string>& serviceName) {
+    return !serviceName || *serviceName == label;
+}
+
+AgentRun::AgentRun(quorv::SettingsStore& s, double t) : settings(s), now(t) {}
+
+void AgentRun::alert(const std::string& title, const std::string& body) {
+    // The result is not looked at: a latch is set even when notifications are turned off, so the
+    // alert isn't repeated when they are turned on again.
+    quorv::Notify::send(title, body);
+    report.alerts.emplace_back(title, body);
+}
+
+bool AgentRun::latched(const char* key) {
+    auto v = settings.object(key);
+    const bool* b = v ? v->get<bool>() : nullptr;
+    return b && *b;
+}
+
+void AgentRun::latch(const char* key) {
+    settings.set(key, true);
+    settingsChanged = true;
+}
+
+void AgentRun::unlatch(const char* key) {
+    if (settings.object(key)) {
+        settings.remove(key);
+        settingsChanged = true;
+        report.latchesCleared.emplace_back(key);
+    }
+}
+
+void AgentRun::plan(bool historyDue) {
+    report.due = AgentJobs::due(now, settings, historyDue);
+    for (const auto& key : Agent::latchesToClear(report.due)) unlatch(key.c_str());
+}
+
+void AgentRun::lowDisk(const VolumeStats& volume) {
+    const std::int64_t free = volume.free;
+    if (free < 1) return;  // no reading
+    std::int64_t limit = 10;
+    if (auto v = settings.object(keys::warnLowDiskGB)) {
+        if (auto i = v->get<std::int64_t>()) limit = *i;
+    }
+    // Decimal gigabytes; the clear level sits one gigabyte higher so the alert doesn't flap.
+    constexpr std::int64_t gb = 1'000'000'000;
+    const std::int64_t cap = INT64_MAX / gb - 1;
+    const std::int64_t threshold = std::clamp<std::int64_t>(limit, -cap, cap) * gb;
+    const std::int64_t clearLevel = threshold + gb;
+    if (free > clearLevel) {
+        unlatch(keys::alarmLowDisk);
+    } else if (free < threshold && !latched(keys::alarmLowDisk)) {
+        latch(keys::alarmLowDisk);
+        alert("Your disk is almost full",
+              "Only " + quorv::formatSize(free) + " free on Macintosh HD. Open Brimstell to make room.");
+    }
+}
+
+void AgentRun::batteryWorn() {
+    if (!isDue(AgentJob::batteryWorn) || !battery) return;
+    const double h = battery->health;
+    if (h >= 0.82) {
+        unlatch(keys::alarmBatteryWorn);
+    } else if (h < 0.8 && !latched(keys::alarmBatteryWorn)) {
+        latch(keys::alarmBatteryWorn);
+        const auto percent = static_cast<long long>(std::trunc(h * 100));
+        alert("Your battery is worn",
+              fmt::format("It holds {}% of what it did new. Apple considers under 80% worn.", percent));
+    }
+}
+
+void AgentRun::diskHealth() {
+    if (!isDue(AgentJob::diskHealth) || !disk) return;
+    const std::string& status = disk->smart;
+    std::string lower = status;
+    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
+    if (lower.find("fail") != std::string::npos) {
+        if (!latched(keys::alarmDiskHealth)) {
+            latch(keys::alarmDiskHealth);
+            alert("Your disk reports a problem",
+                  "Its self-check says " + status + ". Back up now, and have it checked.");
+        }
+    } else {
+        unlatch(keys::alarmDiskHealth);
+    }
+}
+
+void AgentRun::loginItems() {
+    if (!isDue(AgentJob::loginItems)) return;
+    const auto current = quorv::Background::await([] { return LoginItemWatch::current(); });
+    std::optional<std::set<std::string>> previous;
+    if (auto list = settings.stringArray(keys::loginItems)) previous.emplace(list->begin(), list->end());
+    const auto added = LoginItemWatch::added(previous, current);
+    const char* body = "Open Brimstell → Startup & Security → Startup to see what they are.";
+    if (added.size() == 1) {
+        alert(LoginItemWatch::displayName(*added.begin()) + " now starts with your Mac", body);
+    } else if (added.size() > 1) {
+        alert(fmt::format("{} new items start with your Mac", added.size()), body);
+    }
+    if (!previous) report.notes.push_back(fmt::format("login items: recorded {} to compare with next time", current.size()));
+    settings.set(keys::loginItems, quorv::Value::strings({current.begin(), current.end()}));
+    settingsChanged = true;
+}
+
+void AgentRun::finish() {
+    if (auto written = WidgetFeed::update(junk, battery, disk)) report.filesWritten.push_back(*written);
+    settings.synchronize();
+}
+
+AgentReport Agent::run() {
+    auto& settings = quorv::settings();
+    settings.synchronize();  // start from what the app last wrote
+    AgentRun run(settings, quorv::host().now());
+
+    // The health history's daily reading comes with the health engine; until then no day is due.
+    run.plan(false);
+
+    if (run.isDue(AgentJob::lowDisk)) {
+        const std::string startup = quorv::host().path("/");
+        run.lowDisk(quorv::Background::await([&] { return FS::volumeStats(startup); }));
+    }
+    run.batteryWorn();
+    run.diskHealth();
+    run.loginItems();
+    run.finish();
+
+    if (run.settingsChanged && !quorv::host().settingsFile().empty()) {
+        run.report.filesWritten.insert(run.report.filesWritten.begin(), quorv::host().settingsFile());
+    }
+    return run.report;
+}
+
+}  // namespace brimstell

@@ -1,0 +1,85 @@
+#pragma once
+// The agent's hourly run: work out what is due, do it one job after the other, alert, refresh the
+// widget, and leave everything worth remembering in the settings.
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/agent/AgentJob.hpp"
+#include "kit/files/VolumeStats.hpp"
+#include "kit/health/HealthTypes.hpp"
+
+namespace quorv {
+class SettingsStore;
+}
+
+namespace brimstell {
+
+// What one run did, for the account printed on a terminal.
+struct AgentReport {
+    AgentJobSet due;
+    std::vector<std::string> latchesCleared;
+    std::vector<std::pair<std::string, std::string>> alerts;  // title, body
+    std::vector<std::string> filesWritten;
+    std::vector<std::string> notes;  // one line per step that found something worth saying
+};
+
+struct LatchRow {
+    AgentJob job;
+    const char* key;
+};
+
+// One run's state and its steps, in the order they run.
+class AgentRun {
+public:
+    AgentRun(quorv::SettingsStore& settings, double now);
+
+    // Due jobs and latches of jobs that are not due.
+    void plan(bool historyDue);
+    // The low-disk job over the start-up volume's free bytes.
+    void lowDisk(const VolumeStats& volume);
+    // The worn-battery job over the run's battery reading.
+    void batteryWorn();
+    // The failing-disk job over the run's disk reading.
+    void diskHealth();
+    // The login-items job.
+    void loginItems();
+    // Widget snapshot and the final flush of the settings.
+    void finish();
+
+    bool isDue(AgentJob job) const { return report.due.count(job) != 0; }
+
+    quorv::SettingsStore& settings;
+    double now;
+    std::optional<BatteryDetails> battery;
+    std::optional<DiskHealth> disk;
+    std::optional<std::int64_t> junk;
+    AgentReport report;
+    bool settingsChanged = false;
+
+private:
+    void alert(const std::string& title, const std::string& body);
+    bool latched(const char* key);
+    void latch(const char* key);
+    void unlatch(const char* key);
+};
+
+struct Agent {
+    static constexpr const char* label = "com.quorv.brimstell.agent";
+    static const std::array<LatchRow, 3> latches;
+
+    // The latch keys of the rows whose job is not due, in table order.
+    static std::vector<std::string> latchesToClear(const AgentJobSet& due);
+
+    // One whole run. Never throws; a reading that can't be taken makes its job do nothing.
+    static AgentReport run();
+
+    // Whether a process started with this XPC_SERVICE_NAME (nullopt = unset) should run.
+    static bool shouldRun(const std::optional<std::string>& serviceName);
+};
+
+}  // namespace brimstell

@@ -1,0 +1,156 @@
+#include "kit/sandbox/SandboxMac.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+
+#include "support/posix/Files.hpp"
+#include "support/posix/UniqueFd.hpp"
+
+namespace brimstell {
+
+namespace fs = std::filesystem;
+
+SandboxMac SandboxMac::create(const std::string& rootIn, const std::string& user) {
+    SandboxMac mac;
+    std::error_code ec;
+    mac.root_ = fs::absolute(rootIn, ec).lexically_normal().string();
+    while (mac.root_.size() > 1 && mac.root_.back() == '/') mac.root_.pop_back();
+    mac.user_ = user;
+    static const char* systemFolders[] = {
+        "/Applications",
+        "/Library/LaunchAgents",
+        "/Library/LaunchDaemons",
+        "/Library/Application Support",
+        "/Library/Caches",
+        "/Library/Logs",
+        "/System/Library",
+        "/Users/Shared",
+        "/private/var/log",
+        "/private/var/db",
+        "/private/tmp",
+        "/usr/bin",
+        "/usr/sbin",
+        "/bin",
+        "/Volumes",
+    };
+    for (const char* f : systemFolders) mac.makeFolder(f);
+    static const char* homeFolders[] = {
+        "~/Desktop",
+        "~/Documents",
+        "~/Downloads",
+        "~/.Trash",
+        "~/Library/Preferences",
+        "~/Library/Caches",
+        "~/Library/Logs",
+        "~/Library/LaunchAgents",
+        "~/Library/Application Support",
+        "~/Library/Group Containers",
+        "~/Library/Containers",
+        "~/Library/CloudStorage",
+        "~/Library/Mobile Documents",
+    };
+    for (const char* f : homeFolders) mac.makeFolder(f);
+    return mac;
+}
+
+std::string SandboxMac::home() const { return root_ + "/Users/" + user_; }
+
+std::string SandboxMac::path(std::string_view systemPath) const {
+    if (systemPath.substr(0, 2) == "~/") return home() + "/" + std::string(systemPath.substr(2));
+    if (systemPath == "~") return home();
+    return root_ + std::string(systemPath);
+}
+
+std::string SandboxMac::makeFolder(std::string_view systemPath) {
+    const std::string p = path(systemPath);
+    quorv::files::makeFolders(p, 0755);
+    return p;
+}
+
+std::string SandboxMac::writeFile(std::string_view systemPath, std::string_view content) {
+    const std::string p = path(systemPath);
+    quorv::files::makeFolders(quorv::files::parentOf(p), 0755);
+    quorv::files::writeAtomically(p, content, 0644);
+    return p;
+}
+
+std::string SandboxMac::writeFileOfSize(std::string_view systemPath, std::size_t bytes) {
+    const std::string p = path(systemPath);
+    quorv::files::makeFolders(quorv::files::parentOf(p), 0755);
+    quorv::UniqueFd fd(::open(p.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    if (!fd) return p;
+    // Real data, not a hole, so the allocated size matches what a scan should find.
+    std::vector<char> block(65536, 'x');
+    std::size_t left = bytes;
+    while (left > 0) {
+        const std::size_t n = std::min(left, block.size());
+        if (::write(fd.get(), block.data(), n) != static_cast<ssize_t>(n)) break;
+        left -= n;
+    }
+    return p;
+}
+
+std::string SandboxMac::addLaunchItem(std::string_view folder, std::string_view label, std::string_view program) {
+    const std::string text = fmt::format(
+        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+        "<plist version=\"1.0\">\n<dict>\n"
+        "\t<key>Label</key>\n\t<string>{}</string>\n"
+        "\t<key>ProgramArguments</key>\n\t<array>\n\t\t<string>{}</string>\n\t</array>\n"
+        "\t<key>RunAtLoad</key>\n\t<true/>\n"
+        "</dict>\n</plist>\n",
+        label, program);
+    return writeFile(std::string(folder) + "/" + std::string(label) + ".plist", text);
+}
+
+std::string SandboxMac::addFakeTool(std::string_view systemPath, std::string_view body) {
+    const std::string script = fmt::format(
+        "#!/bin/sh\n"
+        "# A stand-in for the Mac's own tool: logs its arguments, then answers as recorded.\n"
+        "printf '%s' '{}' >> '{}/private/var/log/tools.log'\n"
+        "for a in \"$@\"; do printf ' %s' \"$a\" >> '{}/private/var/log/tools.log'; done\n"
+        "printf '\\n' >> '{}/private/var/log/tools.log'\n"
+        "{}\n",
+        systemPath, root_, root_, root_, body);
+    const std::string p = writeFile(systemPath, script);
+    ::chmod(p.c_str(), 0755);
+    return p;
+}
+
+std::map<std::string, std::string> SandboxMac::environment() const {
+    return {{"BRIMSTELL_ROOT", root_}, {"BRIMSTELL_PLATFORM", "mac"}, {"HOME", home()}};
+}
+
+void SandboxMac::addSampleContent() {
+    // Programs that start with the Mac.
+    addLaunchItem("~/Library/LaunchAgents", "com.example.updater", "/Applications/Example.app/Contents/MacOS/updater");
+    addLaunchItem("/Library/LaunchAgents", "com.example.menuhelper", "/Library/Application Support/Example/helper");
+    addLaunchItem("/Library/LaunchDaemons", "com.example.backupd", "/Library/PrivilegedHelperTools/com.example.backupd");
+
+    // Caches, logs and downloads of the kind a clean-up finds.
+    writeFileOfSize("~/Library/Caches/com.example.editor/Cache.db", 3'000'000);
+    writeFileOfSize("~/Library/Caches/com.example.editor/fsCachedData/1A2B", 1'200'000);
+    writeFileOfSize("~/Library/Logs/Example/example.log", 400'000);
+    writeFileOfSize("~/Downloads/Example-Installer.dmg", 8'000'000);
+    writeFile("~/Documents/Notes.txt", "Remember the milk.\n");
+
+    // An installed app.
+    writeFile("/Applications/Example.app/Contents/Info.plist",
+              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+              "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+              "<plist version=\"1.0\">\n<dict>\n"
+              "\t<key>CFBundleIdentifier</key>\n\t<string>com.example.editor</string>\n"
+              "\t<key>CFBundleName</key>\n\t<string>Example</string>\n"
+              "\t<key>CFBundleShortVersionString</key>\n\t<string>2.4.1</string>\n"
+              "\t<key>CFBundleVersion</key>\n\t<string>241</string>\n"
+              "</dict>\n</plist>\n");
+}
+
+}  // namespace brimstell

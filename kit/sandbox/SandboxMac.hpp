@@ -1,0 +1,51 @@
+#pragma once
+// Lays out a sandbox Mac: a folder shaped like a Mac's disk (Users/<name> with its Library,
+// /Library, /Applications, /private/var, fake system tools) that every engine runs against on
+// Linux. The tests and `brimstell demo` build theirs here, so both see the same Mac.
+
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "support/host/Host.hpp"
+
+namespace brimstell {
+
+class SandboxMac {
+public:
+    // Creates the skeleton under root (which may exist). user is the account's short name.
+    static SandboxMac create(const std::string& root, const std::string& user = "ann");
+
+    // Adds the demo's sample content: launch items, caches, logs, downloads, apps.
+    void addSampleContent();
+
+    const std::string& root() const { return root_; }
+    const std::string& user() const { return user_; }
+    std::string home() const;
+    // A system path ("/Library/LaunchDaemons/x.plist") as a location in the sandbox.
+    std::string path(std::string_view systemPath) const;
+
+    // Writes a file at a system path (parents created). "~/" at the start means the home folder.
+    std::string writeFile(std::string_view systemPath, std::string_view content);
+    // A file of the given logical size whose blocks are really allocated.
+    std::string writeFileOfSize(std::string_view systemPath, std::size_t bytes);
+    std::string makeFolder(std::string_view systemPath);
+
+    // A launchd property list with this label in folder ("~/Library/LaunchAgents",
+    // "/Library/LaunchAgents" or "/Library/LaunchDaemons"); returns its location.
+    std::string addLaunchItem(std::string_view folder, std::string_view label, std::string_view program);
+
+    // An executable script at a system path ("/usr/sbin/diskutil") that appends its arguments to
+    // <root>/private/var/log/tools.log, one line per call, and runs body.
+    std::string addFakeTool(std::string_view systemPath, std::string_view body);
+
+    // The variables that point a command at this sandbox.
+    std::map<std::string, std::string> environment() const;
+
+private:
+    std::string root_;
+    std::string user_;
+};
+
+}  // namespace brimstell

@@ -1,0 +1,156 @@
+// Runs the built brimstell-agent against sandbox Macs and checks what it leaves behind.
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "kit/files/FS.hpp"
+#include "support/TestSupport.hpp"
+#include "support/settings/PlistFileStore.hpp"
+
+namespace {
+
+using testing_support::readText;
+using testing_support::runProgram;
+
+struct AgentSandbox {
+    testing_support::TempDir dir;
+    brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
+    std::string outbox = dir / "outbox.jsonl";
+
+    std::string settingsFile() const { return mac.home() + "/Library/Preferences/com.quorv.brimstell.plist"; }
+    std::string widgetFile() const {
+        return mac.home() + "/Library/Group Containers/K3Q8ZT2WMX.com.quorv.brimstell/widget.json";
+    }
+    quorv::PlistFileStore settings() const { return quorv::PlistFileStore(settingsFile()); }
+
+    testing_support::RunResult run(std::optional<std::string> serviceName = "com.quorv.brimstell.agent") const {
+        auto env = mac.environment();
+        env["BRIMSTELL_OUTBOX"] = outbox;
+        env["BRIMSTELL_NOW"] = "1790000000";
+        if (serviceName) env["XPC_SERVICE_NAME"] = *serviceName;
+        return runProgram(BRIMSTELL_AGENT_EXE, {}, env);
+    }
+
+    std::vector<nlohmann::json> alerts() const {
+        std::vector<nlohmann::json> out;
+        std::istringstream in(readText(outbox));
+        for (std::string line; std::getline(in, line);) out.push_back(nlohmann::json::parse(line));
+        return out;
+    }
+};
+
+TEST(AgentEndToEnd, AnotherServiceNameLeavesNothing) {
+    AgentSandbox s;
+    s.mac.addLaunchItem("/Library/LaunchDaemons", "com.example.d", "/bin/true");
+    const auto r = s.run("com.apple.something.else");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output, "");
+    EXPECT_FALSE(std::filesystem::exists(s.settingsFile()));
+    EXPECT_FALSE(std::filesystem::exists(s.widgetFile()));
+    EXPECT_FALSE(std::filesystem::exists(s.outbox));
+}
+
+TEST(AgentEndToEnd, FirstRunRemembersLoginItemsAndSendsNothing) {
+    AgentSandbox s;
+    const std::string a = s.mac.addLaunchItem("~/Library/LaunchAgents", "com.example.a", "/bin/true");
+    const std::string b = s.mac.addLaunchItem("/Library/LaunchAgents", "com.example.b", "/bin/true");
+    const std::string c = s.mac.addLaunchItem("/Library/LaunchDaemons", "com.example.c", "/bin/true");
+    const auto r = s.run();
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output, "") << "silent when not on a terminal";
+    auto store = s.settings();
+    EXPECT_EQ(store.stringArray("agent.loginItems"), (std::vector<std::string>{s.mac.home() + "/Library/LaunchAgents/com.example.a.plist",
+                                                                             s.mac.root() + "/Library/LaunchAgents/com.example.b.plist",
+                                                                             s.mac.root() + "/Library/LaunchDaemons/com.example.c.plist"}));
+    EXPECT_TRUE(s.alerts().empty());
+}
+
+TEST(AgentEndToEnd, NewLaunchItemsAlertOnceEach) {
+    AgentSandbox s;
+    s.mac.addLaunchItem("/Library/LaunchDaemons", "com.example.old", "/bin/true");
+    ASSERT_EQ(s.run().status, 0);
+
+    s.mac.addLaunchItem("~/Library/LaunchAgents", "com.example.sneaky", "/bin/true");
+    ASSERT_EQ(s.run().status, 0);
+    auto alerts = s.alerts();
+    ASSERT_EQ(alerts.size(), 1u);
+    EXPECT_EQ(alerts[0]["title"], "com.example.sneaky now starts with your Mac");
+    EXPECT_EQ(alerts[0]["body"], "Open Brimstell → Startup & Security → Startup to see what they are.");
+
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(s.alerts().size(), 1u) << "nothing new, nothing sent";
+
+    s.mac.addLaunchItem("/Library/LaunchAgents", "com.example.x", "/bin/true");
+    s.mac.addLaunchItem("/Library/LaunchDaemons", "com.example.y", "/bin/true");
+    s.mac.addLaunchItem("/Library/LaunchDaemons", "com.example.z", "/bin/true");
+    std::filesystem::remove(s.mac.path("/Library/LaunchDaemons/com.example.old.plist"));
+    ASSERT_EQ(s.run().status, 0);
+    alerts = s.alerts();
+    ASSERT_EQ(alerts.size(), 2u);
+    EXPECT_EQ(alerts[1]["title"], "3 new items start with your Mac");
+    EXPECT_EQ(alerts[1]["body"], "Open Brimstell → Startup & Security → Startup to see what they are.");
+    EXPECT_NE(alerts[0]["id"], alerts[1]["id"]);
+
+    s.settings().set("warnLoginItems", false);
+    s.mac.addLaunchItem("/Library/LaunchDaemons", "com.example.quiet", "/bin/true");
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(s.alerts().size(), 2u) << "switched off";
+}
+
+TEST(AgentEndToEnd, LowDiskAlertsOnceThenClears) {
+    AgentSandbox s;
+    const auto volume = brimstell::FS::volumeStats(s.mac.root());
+    ASSERT_GT(volume.free, 2'000'000'000) << "the test needs a couple of gigabytes free";
+    // A threshold far above the real free space.
+    s.settings().set("warnLowDiskGB", std::int64_t{volume.free / 1'000'000'000 + 100'000});
+    ASSERT_EQ(s.run().status, 0);
+    auto alerts = s.alerts();
+    ASSERT_EQ(alerts.size(), 1u);
+    EXPECT_EQ(alerts[0]["title"], "Your disk is almost full");
+    const std::string body = alerts[0]["body"];
+    EXPECT_EQ(body.rfind("Only ", 0), 0u) << body;
+    EXPECT_NE(body.find(" free on Macintosh HD. Open Brimstell to make room."), std::string::npos) << body;
+    EXPECT_TRUE(s.settings().boolean("agent.alarm.lowDisk"));
+
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(s.alerts().size(), 1u) << "latched: no second alert";
+
+    s.settings().set("warnLowDiskGB", 0);
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_FALSE(s.settings().object("agent.alarm.lowDisk").has_value());
+    EXPECT_EQ(s.alerts().size(), 1u);
+}
+
+TEST(AgentEndToEnd, WidgetSnapshotHoldsItsKeys) {
+    AgentSandbox s;
+    s.settings().set("widget.lastClean", 1'789'000'000.0);
+    s.settings().set("widget.lastFreed", 4'200'000);
+    ASSERT_EQ(s.run().status, 0);
+    const auto j = nlohmann::json::parse(readText(s.widgetFile()));
+    std::vector<std::string> keys;
+    for (auto it = j.begin(); it != j.end(); ++it) keys.push_back(it.key());
+    EXPECT_EQ(keys, (std::vector<std::string>{"diskFailing", "junk", "lastClean", "lastFreed", "updated"}));
+    EXPECT_EQ(j["junk"], 0);
+    EXPECT_EQ(j["lastClean"], 1'789'000'000.0);
+    EXPECT_EQ(j["lastFreed"], 4'200'000);
+    EXPECT_EQ(j["diskFailing"], false);
+    EXPECT_EQ(j["updated"], 1'790'000'000.0);
+}
+
+TEST(AgentEndToEnd, SwitchedOffWarningLosesItsLatch) {
+    AgentSandbox s;
+    s.settings().set("agent.alarm.diskHealth", true);
+    s.settings().set("agent.alarm.lowDisk", true);
+    s.settings().set("warnLowDisk", false);
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_FALSE(s.settings().object("agent.alarm.diskHealth").has_value()) << "warnDiskHealth is off by default";
+    EXPECT_FALSE(s.settings().object("agent.alarm.lowDisk").has_value());
+}
+
+}  // namespace

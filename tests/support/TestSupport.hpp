@@ -1,0 +1,65 @@
+#pragma once
+// Shared pieces of the tests: temporary folders, a host over a sandbox Mac, a notifier that records.
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kit/sandbox/SandboxMac.hpp"
+#include "support/host/Host.hpp"
+#include "support/notify/Notifier.hpp"
+
+namespace testing_support {
+
+// A fresh folder under the system's temporary folder, removed with everything in it at the end.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+class RecordingNotifier : public quorv::Notifier {
+public:
+    bool deliver(const std::string& id, const std::string& title, const std::string& body) override;
+    std::vector<std::pair<std::string, std::string>> sent();
+    std::vector<std::string> ids();
+
+private:
+    std::mutex mutex_;
+    std::vector<std::string> ids_;
+    std::vector<std::pair<std::string, std::string>> sent_;
+};
+
+// A sandbox Mac in a temporary folder with a host over it: UTC calendar, a fixed clock, the
+// settings as a property-list file, notifications recorded.
+struct SandboxHost {
+    explicit SandboxHost(double now = 1'790'000'000);  // 2026-09-21
+    TempDir dir;
+    brimstell::SandboxMac mac;
+    std::shared_ptr<quorv::Host> host;
+    std::shared_ptr<RecordingNotifier> notifier;
+    double now;
+    void setNow(double t);
+};
+
+// Runs a program with arguments and extra environment; returns exit status and standard output.
+struct RunResult {
+    int status = -1;
+    std::string output;
+};
+RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
+                     const std::map<std::string, std::string>& environment);
+
+std::string readText(const std::string& path);
+
+}  // namespace testing_support
