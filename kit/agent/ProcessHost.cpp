@@ -1,9 +1,13 @@
 #include "kit/agent/ProcessHost.hpp"
 
+#include "kit/agent/RecordedAgentService.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
 #ifdef __APPLE__
+#include "kit/agent/MacAgentService.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
+#else
+#include "kit/agent/SystemdAgentService.hpp"
 #endif
 
 namespace brimstell {
@@ -19,6 +23,18 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
     }
 #endif
     if (!h->settings) h->settings = std::make_shared<quorv::PlistFileStore>(h->settingsFile());
+
+    // Agent registration: a sandbox only records it; a live system asks its service manager.
+    if (h->sandbox) {
+        h->agentService =
+            std::make_shared<RecordedAgentService>(h->path("/private/var/db/com.quorv.brimstell/agent-service-state"));
+    } else {
+#ifdef __APPLE__
+        h->agentService = makeMacAgentService();
+#else
+        h->agentService = std::make_shared<SystemdAgentService>(h->executableDir + "/brimstell-agent");
+#endif
+    }
     return h;
 }
 

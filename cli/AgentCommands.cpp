@@ -1,0 +1,144 @@
+// brimstell agent run | status | on | off
+
+#include <cstdio>
+
+#include <fmt/format.h>
+
+#include "cli/Commands.hpp"
+#include "cli/Output.hpp"
+#include "kit/agent/Agent.hpp"
+#include "kit/agent/AgentReportText.hpp"
+#include "kit/agent/AgentService.hpp"
+#include "kit/agent/SettingsKeys.hpp"
+#include "support/host/Host.hpp"
+#include "support/settings/SettingsStore.hpp"
+
+namespace cli {
+
+namespace {
+
+Json reportJson(const brimstell::AgentReport& r) {
+    Json j;
+    j["due"] = Json::array();
+    for (auto job : r.due) j["due"].push_back(std::string(brimstell::jobName(job)));
+    j["latchesCleared"] = r.latchesCleared;
+    j["alerts"] = Json::array();
+    for (const auto& [title, body] : r.alerts) j["alerts"].push_back({{"title", title}, {"body", body}});
+    j["filesWritten"] = r.filesWritten;
+    j["notes"] = r.notes;
+    return j;
+}
+
+// What a person can do about a registration that isn't enabled.
+std::string registrationHint(quorv::ServiceStatus status) {
+    const bool mac = quorv::host().isMac();
+    switch (status) {
+        case quorv::ServiceStatus::requiresApproval:
+            return mac ? "Allow Brimstell in System Settings → General → Login Items."
+                       : "The timer was disabled or masked outside Brimstell: systemctl --user unmask brimstell-agent.timer, "
+                         "then brimstell agent on.";
+        case quorv::ServiceStatus::notFound:
+            return mac ? "The agent is missing from the app bundle; reinstall Brimstell."
+                       : "The systemd user manager can't be reached (no user session bus), or brimstell-agent is missing.";
+        default:
+            return {};
+    }
+}
+
+void printStatus(bool json) {
+    auto& settings = quorv::settings();
+    settings.synchronize();
+    const double now = quorv::host().now();
+    const auto due = brimstell::AgentJobs::due(now, settings, false);
+    const auto status = brimstell::AgentService::status();
+    std::vector<std::string> latched;
+    for (const auto& row : brimstell::Agent::latches) {
+        if (settings.boolean(row.key)) latched.emplace_back(row.key);
+    }
+    const double lastAutoClean = settings.number(brimstell::keys::autoCleanLastRun);
+    const auto lastUpdates = settings.date(brimstell::keys::updatesLastCheck);
+    const double junkMeasured = settings.number(brimstell::keys::junkMeasured);
+
+    if (json) {
+        Json j;
+        j["backgroundChecks"] = brimstell::AgentService::isOn();
+        j["registration"] = brimstell::AgentService::statusText(status);
+        j["registrationStatus"] = static_cast<int>(status);
+        j["blockedInSettings"] = brimstell::AgentService::blockedInSettings();
+        j["due"] = Json::array();
+        for (auto job : due) j["due"].push_back(std::string(brimstell::jobName(job)));
+        j["latched"] = latched;
+        j["autoCleanLastRun"] = lastAutoClean;
+        j["updatesLastCheck"] = lastUpdates ? Json(lastUpdates->since1970) : Json(nullptr);
+        j["junkMeasured"] = junkMeasured;
+        printJson(j);
+        return;
+    }
+    std::string dueText;
+    for (auto job : due) dueText += (dueText.empty() ? "" : ", ") + std::string(brimstell::jobName(job));
+    std::string latchText;
+    for (const auto& k : latched) latchText += (latchText.empty() ? "" : ", ") + k;
+    fmt::print("Background checks:     {}\n", brimstell::AgentService::isOn() ? "on" : "off");
+    fmt::print("Agent registration:    {}\n", brimstell::AgentService::statusText(status));
+    if (const auto hint = registrationHint(status); !hint.empty()) fmt::print("                       {}\n", hint);
+    fmt::print("Due if it ran now:     {}\n", dueText.empty() ? "nothing" : dueText);
+    fmt::print("Alerts latched:        {}\n", latchText.empty() ? "none" : latchText);
+    fmt::print("Last Auto Clean:       {}\n", timeText(lastAutoClean));
+    fmt::print("Last update check:     {}\n", lastUpdates ? timeText(lastUpdates->since1970) : "never");
+    fmt::print("Last junk measurement: {}\n", timeText(junkMeasured));
+}
+
+void switchTo(bool on, bool json) {
+    auto& settings = quorv::settings();
+    if (!settings.set(brimstell::AgentService::key, on)) {
+        error("could not write the settings (" + quorv::host().settingsFile() + ")");
+    }
+    brimstell::AgentService::apply();
+    const auto status = brimstell::AgentService::status();
+    if (json) {
+        printJson({{"backgroundChecks", on},
+                   {"registration", brimstell::AgentService::statusText(status)},
+                   {"registrationStatus", static_cast<int>(status)}});
+        return;
+    }
+    fmt::print("Background checks are {}. Agent registration: {}.\n", on ? "on" : "off",
+               brimstell::AgentService::statusText(status));
+    if (const auto hint = registrationHint(status); !hint.empty()) fmt::print("{}\n", hint);
+}
+
+}  // namespace
+
+void addAgentCommands(CLI::App& app, int& exitCode) {
+    auto* agent = app.add_subcommand("agent", "The background agent that runs once an hour");
+    agent->require_subcommand(1);
+
+    auto* run = agent->add_subcommand("run", "Run the agent's hourly run now, here, and say what it did");
+    static bool runJson = false;
+    run->add_flag("--json", runJson, "Print the account as JSON");
+    run->callback([&exitCode] {
+        const auto report = brimstell::Agent::run();
+        if (runJson) {
+            printJson(reportJson(report));
+        } else {
+            std::fputs(brimstell::reportText(report).c_str(), stdout);
+        }
+        exitCode = 0;
+    });
+
+    auto* status = agent->add_subcommand("status", "Show the switch, the registration, what is due and what is latched");
+    static bool statusJson = false;
+    status->add_flag("--json", statusJson, "Print as JSON");
+    status->callback([] { printStatus(statusJson); });
+
+    auto* on = agent->add_subcommand("on", "Turn the background checks on and register the agent");
+    static bool onJson = false;
+    on->add_flag("--json", onJson, "Print as JSON");
+    on->callback([] { switchTo(true, onJson); });
+
+    auto* off = agent->add_subcommand("off", "Turn the background checks off and unregister the agent");
+    static bool offJson = false;
+    off->add_flag("--json", offJson, "Print as JSON");
+    off->callback([] { switchTo(false, offJson); });
+}
+
+}  // namespace cli

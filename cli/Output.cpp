@@ -1,0 +1,60 @@
+#include "cli/Output.hpp"
+
+#include <cstdio>
+
+#include "support/host/Host.hpp"
+
+namespace cli {
+
+Json toJson(const quorv::Value& value) {
+    struct Visitor {
+        Json operator()(bool b) const { return b; }
+        Json operator()(std::int64_t i) const { return i; }
+        Json operator()(double d) const { return d; }
+        Json operator()(const std::string& s) const { return s; }
+        Json operator()(const quorv::Date& d) const { return d.since1970; }
+        Json operator()(const quorv::Value::Data& d) const { return Json{{"bytes", d.size()}}; }
+        Json operator()(const quorv::Value::Array& a) const {
+            Json out = Json::array();
+            for (const auto& v : a) out.push_back(toJson(v));
+            return out;
+        }
+        Json operator()(const quorv::Value::Dict& d) const {
+            Json out = Json::object();
+            for (const auto& [k, v] : d) out[k] = toJson(v);
+            return out;
+        }
+    };
+    return std::visit(Visitor{}, value.storage);
+}
+
+void printJson(const Json& j) {
+    const std::string text = j.dump(2, ' ', false, nlohmann::json::error_handler_t::replace);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+}
+
+std::string shellQuote(const std::string& s) {
+    if (!s.empty() && s.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+=:,@") ==
+                          std::string::npos) {
+        return s;
+    }
+    std::string out = "'";
+    for (char c : s) {
+        if (c == '\'') {
+            out += "'\\''";
+        } else {
+            out += c;
+        }
+    }
+    return out + "'";
+}
+
+void error(const std::string& message) { std::fprintf(stderr, "brimstell: %s\n", message.c_str()); }
+
+std::string timeText(double t) {
+    if (t <= 0) return "never";
+    return quorv::host().calendar.shortText(t);
+}
+
+}  // namespace cli

@@ -1,0 +1,173 @@
+// brimstell settings list | get KEY | set KEY VALUE… | remove KEY
+
+#include <algorithm>
+#include <cstdio>
+
+#include <fmt/format.h>
+
+#include "cli/Commands.hpp"
+#include "cli/Output.hpp"
+#include "cli/ValueParsing.hpp"
+#include "kit/agent/SettingsKeys.hpp"
+#include "support/host/Host.hpp"
+#include "support/settings/SettingsStore.hpp"
+
+namespace cli {
+
+namespace {
+
+// Times kept as seconds since 1970 also get their date, for people.
+std::string valueText(const std::string& key, const quorv::Value& v) {
+    std::string text = v.text();
+    const auto* known = brimstell::findSettingKey(key);
+    double t = 0;
+    if (auto d = v.get<quorv::Date>()) t = d->since1970;
+    if (known && known->meaning.rfind("time of", 0) == 0) {
+        if (auto d = v.get<double>()) t = *d;
+    }
+    if (t > 0) text += " (" + timeText(t) + ")";
+    return text;
+}
+
+Json entryJson(const std::string& key, const std::optional<quorv::Value>& v) {
+    Json j;
+    j["key"] = key;
+    if (v) {
+        j["type"] = v->typeName();
+        j["value"] = toJson(*v);
+    } else {
+        const auto* known = brimstell::findSettingKey(key);
+        j["type"] = known ? std::string(brimstell::typeName(known->type)) : std::string();
+        j["value"] = nullptr;
+        if (known && !known->defaultText.empty()) j["default"] = std::string(known->defaultText);
+    }
+    return j;
+}
+
+}  // namespace
+
+void addSettingsCommands(CLI::App& app, int& exitCode) {
+    auto* settingsCmd = app.add_subcommand("settings", "The settings that app and agent share");
+    settingsCmd->require_subcommand(1);
+    settingsCmd->footer("Settings live in " + quorv::host().settingsFile());
+
+    static bool listJson = false, listAll = false;
+    auto* list = settingsCmd->add_subcommand("list", "List the stored settings");
+    list->add_flag("--json", listJson, "Print as JSON");
+    list->add_flag("--all", listAll, "Also list the known keys that are not set, with their defaults");
+    list->callback([] {
+        auto& store = quorv::settings();
+        std::vector<std::string> keys = store.keys();
+        if (listAll) {
+            for (const auto& k : brimstell::settingKeys()) keys.emplace_back(k.key);
+        }
+        std::sort(keys.begin(), keys.end());
+        keys.erase(std::unique(keys.begin(), keys.end()), keys.end());
+        if (listJson) {
+            Json out = Json::array();
+            for (const auto& k : keys) out.push_back(entryJson(k, store.object(k)));
+            printJson(out);
+            return;
+        }
+        if (keys.empty()) {
+            fmt::print("No settings are stored yet (every key has its default; see --all).\n");
+            return;
+        }
+        size_t width = 0;
+        for (const auto& k : keys) width = std::max(width, k.size());
+        for (const auto& k : keys) {
+            const auto v = store.object(k);
+            if (v) {
+                fmt::print("{:<{}}  {:<10} {}\n", k, width, v->typeName(), valueText(k, *v));
+            } else {
+                const auto* known = brimstell::findSettingKey(k);
+                const std::string def = known && !known->defaultText.empty() ? ", default " + std::string(known->defaultText) : "";
+                fmt::print("{:<{}}  {:<10} (not set{})\n", k, width, known ? brimstell::typeName(known->type) : "", def);
+            }
+        }
+    });
+
+    static std::string getKey;
+    static bool getJson = false;
+    auto* get = settingsCmd->add_subcommand("get", "Show one setting");
+    get->add_option("KEY", getKey, "The key, such as warnLowDiskGB")->required();
+    get->add_flag("--json", getJson, "Print as JSON");
+    get->callback([&exitCode] {
+        const auto v = quorv::settings().object(getKey);
+        if (getJson) {
+            printJson(entryJson(getKey, v));
+            exitCode = v ? 0 : 1;
+            return;
+        }
+        if (!v) {
+            const auto* known = brimstell::findSettingKey(getKey);
+            if (known && !known->defaultText.empty()) {
+                fmt::print(stderr, "{} is not set (default: {})\n", getKey, known->defaultText);
+            } else {
+                fmt::print(stderr, "{} is not set\n", getKey);
+            }
+            exitCode = 1;
+            return;
+        }
+        fmt::print("{}\n", valueText(getKey, *v));
+    });
+
+    static std::string setKey, setType;
+    static std::vector<std::string> setWords;
+    static bool setJson = false;
+    auto* set = settingsCmd->add_subcommand("set", "Store a setting with its type");
+    set->add_option("KEY", setKey, "The key")->required();
+    set->add_option("VALUE", setWords, "The value; several values make an array of strings");
+    set->add_option("--type", setType, "boolean, integer, double, string, array or date (default: the key's own type)");
+    set->add_flag("--json", setJson, "Print the stored value as JSON");
+    set->footer("Known keys keep their type: warnLowDiskGB is an integer, updatesLastCheck a date, and so on.");
+    set->callback([&exitCode] {
+        std::optional<brimstell::SettingType> asked;
+        if (!setType.empty()) {
+            asked = typeNamed(setType);
+            if (!asked) {
+                error("unknown type \"" + setType + "\" (use boolean, integer, double, string, array or date)");
+                exitCode = 2;
+                return;
+            }
+        }
+        const auto type = typeFor(setKey, setWords, asked);
+        std::string problem;
+        const auto value = parseValue(type, setWords, quorv::host().now(), problem);
+        if (!value) {
+            error(setKey + ": " + problem);
+            exitCode = 2;
+            return;
+        }
+        if (!quorv::settings().set(setKey, *value)) {
+            error("could not write the settings (" + quorv::host().settingsFile() + ")");
+            exitCode = 1;
+            return;
+        }
+        if (setJson) {
+            printJson(entryJson(setKey, *value));
+        } else {
+            fmt::print("{} = {} ({})\n", setKey, valueText(setKey, *value), value->typeName());
+        }
+    });
+
+    static std::string removeKey;
+    auto* remove = settingsCmd->add_subcommand("remove", "Remove a setting, so that its default applies");
+    remove->add_option("KEY", removeKey, "The key")->required();
+    remove->callback([&exitCode] {
+        auto& store = quorv::settings();
+        const bool existed = store.object(removeKey).has_value();
+        if (!store.remove(removeKey)) {
+            error("could not write the settings (" + quorv::host().settingsFile() + ")");
+            exitCode = 1;
+            return;
+        }
+        if (existed) {
+            fmt::print("Removed {}.\n", removeKey);
+        } else {
+            fmt::print("{} was not set.\n", removeKey);
+        }
+    });
+}
+
+}  // namespace cli
