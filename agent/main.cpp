@@ -4,13 +4,22 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 #include "kit/agent/Agent.hpp"
 #include "kit/agent/AgentReportText.hpp"
 #include "kit/agent/ProcessHost.hpp"
 #include "support/host/Host.hpp"
 
-int main() {
+int main(int argc, char** argv) {
+    if (argc > 1 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+        std::puts("brimstell-agent: Brimstell's background agent. launchd (or the systemd user timer\n"
+                  "brimstell-agent.timer) starts it once an hour; each start is one run that does the\n"
+                  "jobs that are due, alerts, refreshes the widget and exits. It takes no arguments.\n"
+                  "From a terminal it prints what it did. Run it against a sandbox Mac with\n"
+                  "BRIMSTELL_ROOT=<folder> BRIMSTELL_PLATFORM=mac HOME=<folder>/Users/<name>.");
+        return 0;
+    }
     const char* service = std::getenv("XPC_SERVICE_NAME");
     const std::optional<std::string> serviceName = service ? std::optional<std::string>(service) : std::nullopt;
     // Started by another launchd job or XPC context: not ours to run.

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Builds Brimstell in the given folder (default: build) and runs every test.
-# Extra arguments go to CMake's configure step.
+# Installs what is missing, builds Brimstell in the given folder (default: build) and runs every
+# test. Extra arguments go to CMake's configure step.
 set -euo pipefail
 cd "$(dirname "$0")/.."
+scripts/setup.sh
 dir="${1:-build}"
 shift || true
 cmake -S . -B "$dir" -G Ninja "$@" >/dev/null
