@@ -1,13 +1,16 @@
 #include "kit/agent/ProcessHost.hpp"
 
 #include "kit/agent/RecordedAgentService.hpp"
+#include "support/notify/OutboxNotifier.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
 #ifdef __APPLE__
 #include "kit/agent/MacAgentService.hpp"
+#include "support/notify/MacNotifier.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
 #else
 #include "kit/agent/SystemdAgentService.hpp"
+#include "support/notify/DBusNotifier.hpp"
 #endif
 
 namespace brimstell {
@@ -23,6 +26,18 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
     }
 #endif
     if (!h->settings) h->settings = std::make_shared<quorv::PlistFileStore>(h->settingsFile());
+
+    // Notifications: to the outbox file when one is named (tests, demos), else the platform's centre.
+    // A sandbox Mac on Linux without an outbox shows them on the desktop's session bus.
+    if (auto outbox = h->env("BRIMSTELL_OUTBOX"); outbox && !outbox->empty()) {
+        h->notifier = std::make_shared<quorv::OutboxNotifier>(*outbox);
+    } else {
+#ifdef __APPLE__
+        h->notifier = quorv::makeMacNotifier();
+#else
+        h->notifier = std::make_shared<quorv::DBusNotifier>();
+#endif
+    }
 
     // Agent registration: a sandbox only records it; a live system asks its service manager.
     if (h->sandbox) {
