@@ -5,10 +5,12 @@
 // location, the location itself included, the way `du -sx` does:
 // - the top folder's own blocks count, and it counts as one folder;
 // - each inode (device, inode number) counts once per call, so hard links count once;
-// - it stays on the top's file system: a folder on another device (a mount point) is left out
-//   altogether, neither its own blocks nor its contents count (du -x does the same);
+// - it stays on the top's file system: a mount point inside the walk is left out altogether,
+//   neither its own blocks nor its contents count (du -x does the same for another device; a
+//   bind mount of the same device, which du -x enters, is left out too);
 // - symbolic links are never followed: a link counts its own blocks (usually 0), whether it
 //   points at a big file or at a folder, and the top itself is not followed either;
+// - where a file system reports no blocks, an entry counts its logical length;
 // - a folder that vanishes, or that cannot be opened or read, counts its own blocks and whatever
 //   could be read of it; nothing throws.
 
@@ -37,7 +39,7 @@ struct SizeWalker {
     static std::vector<SizeResult> walkMany(const std::vector<std::string>& paths);
 
     struct Options {
-        unsigned threads = 0;        // 0: one per hardware thread, at least 2 and at most 16
+        unsigned threads = 0;        // 0: four per hardware thread, 4 to 16 (more on bigger machines)
         unsigned heldFolders = 0;    // folders kept open for their pending subfolders; 0: from the
                                      // descriptor limit (a quarter of it, 16 to 1024)
     };
