@@ -1,9 +1,13 @@
 #include "kit/files/FS.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <cerrno>
 #include <limits>
 
+#include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
 
 namespace brimstell {
@@ -31,6 +35,31 @@ VolumeStats FS::volumeStats(const std::string& location) {
     v.free = bytes(st.f_bavail, unit);
     v.available = v.free;
     return v;
+}
+
+std::int64_t FS::fileSize(const std::string& path) {
+    if (path.empty()) return 0;
+#ifdef __linux__
+    // statx says whether the file system reported blocks at all; stat can't tell that from a
+    // file that is all holes.
+    struct statx sx{};
+    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BLOCKS | STATX_SIZE, &sx) == 0) {
+        if (sx.stx_mask & STATX_BLOCKS) return static_cast<std::int64_t>(sx.stx_blocks) * 512;
+        if (sx.stx_mask & STATX_SIZE) return static_cast<std::int64_t>(sx.stx_size);
+        return 0;
+    }
+    if (errno != ENOSYS) return 0;
+#endif
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return 0;
+    return static_cast<std::int64_t>(st.st_blocks) * 512;
+}
+
+std::int64_t FS::size(const std::string& path) {
+    struct stat st{};
+    if (path.empty() || ::lstat(path.c_str(), &st) != 0) return 0;
+    if (S_ISDIR(st.st_mode)) return SizeWalker::walk(path).bytes;
+    return fileSize(path);
 }
 
 }  // namespace brimstell

@@ -12,8 +12,8 @@ namespace quorv {
 // 999,999 bytes is "1 MB", never "1000 kB".
 std::string formatSize(std::int64_t bytes) {
     if (bytes < 0) {
-        if (bytes == INT64_MIN) return "-" + formatSize(INT64_MAX);
-        return "-" + formatSize(-bytes);
+        if (bytes == INT64_MIN) return fmt::format("-{}", formatSize(INT64_MAX));
+        return fmt::format("-{}", formatSize(-bytes));
     }
     if (bytes < 1000) return fmt::format("{} {}", bytes, bytes == 1 ? "byte" : "bytes");
 
