@@ -19,6 +19,7 @@ namespace quorv {
 class SettingsStore;
 class Notifier;
 class ServiceRegistrar;
+class TrashBackend;
 
 enum class Platform { mac, linux };
 
@@ -42,6 +43,7 @@ public:
     std::shared_ptr<SettingsStore> settings;
     std::shared_ptr<Notifier> notifier;
     std::shared_ptr<ServiceRegistrar> agentService;
+    std::shared_ptr<TrashBackend> trash;
     std::function<void()> reloadWidgets;
 
     // A system path ("/Library/LaunchAgents") as a location under the root.
