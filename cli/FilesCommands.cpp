@@ -108,8 +108,17 @@ struct TrashLine {
     std::string path;
     std::optional<std::string> trashed;
     std::int64_t size = 0;
-    std::string reason;
+    std::string reason;         // why it was not moved
+    std::string withFolder;     // listed inside another listed path: moved (or not) with that one
 };
+
+// True when folder is a path above path (or the same path written another way, with a final "/").
+bool holds(const std::string& folder, const std::string& path) {
+    std::string f = folder, p = path;
+    while (f.size() > 1 && f.back() == '/') f.pop_back();
+    while (p.size() > 1 && p.back() == '/') p.pop_back();
+    return p == f || (p.size() > f.size() && p.compare(0, f.size(), f) == 0 && p[f.size()] == '/');
+}
 
 void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
     std::vector<TrashLine> lines;
@@ -119,7 +128,7 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         line.path = absolute(g);
         struct stat st{};
         if (::lstat(line.path.c_str(), &st) != 0) {
-            line.reason = "nothing is there";
+            line.reason = "Nothing is there.";
         } else if (userCannotMove(line.path)) {
             helpers.push_back(line.path);
         } else {
@@ -139,7 +148,9 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
     for (auto& outcome : handToHelper(helpers)) byHelper[outcome.path] = outcome;
 
     std::int64_t freed = result.freed;
-    for (auto& line : lines) {
+    std::vector<std::size_t> leftOut;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        auto& line = lines[i];
         if (!line.reason.empty()) continue;
         if (auto it = movedTo.find(line.path); it != movedTo.end()) {
             line.trashed = it->second.first;
@@ -150,20 +161,32 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         } else if (auto r = result.reasons.find(line.path); r != result.reasons.end()) {
             line.reason = r->second;
         } else {
-            // Left out because a folder holding it is listed too.
-            line.reason = "its folder is moved with it";
+            leftOut.push_back(i);  // its folder (or the same path) is listed too
         }
+    }
+    // What was left out shares the fate of the listed path that holds it.
+    for (auto i : leftOut) {
+        auto& line = lines[i];
+        for (std::size_t k = 0; k < lines.size(); ++k) {
+            const auto& other = lines[k];
+            if (k == i || (!other.trashed && other.reason.empty()) || !holds(other.path, line.path)) continue;
+            line.withFolder = other.path;
+            line.reason = other.reason;
+            break;
+        }
+        if (line.withFolder.empty()) line.reason = "It was not moved.";
     }
 
     for (const auto& line : lines) {
-        if (!line.trashed && line.reason != "its folder is moved with it") exitCode = 1;
+        if (!line.reason.empty()) exitCode = 1;
     }
     if (json) {
         Json items = Json::array();
         for (const auto& line : lines) {
             Json item = Json::object();
             putPath(item, "path", line.path);
-            item["moved"] = line.trashed.has_value();
+            item["moved"] = line.reason.empty();
+            if (!line.withFolder.empty()) putPath(item, "withFolder", line.withFolder);
             if (line.trashed) {
                 putPath(item, "trashed", *line.trashed);
                 item["size"] = line.size;
@@ -180,6 +203,8 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         if (line.trashed) {
             ++movedCount;
             fmt::print("{}: moved to {}\n", shownPath(line.path), shownPath(*line.trashed));
+        } else if (line.reason.empty()) {
+            fmt::print("{}: moved with {}\n", shownPath(line.path), shownPath(line.withFolder));
         } else {
             fmt::print("{}: not moved: {}\n", shownPath(line.path), line.reason);
         }
