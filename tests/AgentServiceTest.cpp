@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -153,24 +152,18 @@ TEST(RecordedAgentService, KeepsTheStateInItsFile) {
     EXPECT_EQ(service.status(), ServiceStatus::enabled);
     // No temporary files are left beside the state.
     EXPECT_EQ(entriesOf(files::parentOf(file)), std::vector<std::string>{"agent-service-state"});
-}
 
-TEST(RecordedAgentService, UnreadableStatesCountAsNotRegistered) {
-    TempDir temp;
-    const std::string file = temp / "state";
-    RecordedAgentService service(file);
+    // White space around the digit is fine; anything else counts as not registered.
+    ASSERT_TRUE(files::writeAtomically(file, " 2 \n"));
+    EXPECT_EQ(service.status(), ServiceStatus::requiresApproval);
     for (const char* text : {"", "\n", "4", "12", "-1", "1 1", "x", "1x", "\xff"}) {
         ASSERT_TRUE(files::writeAtomically(file, text));
         EXPECT_EQ(service.status(), ServiceStatus::notRegistered) << text;
     }
-    ASSERT_TRUE(files::writeAtomically(file, " 2 \n"));
-    EXPECT_EQ(service.status(), ServiceStatus::requiresApproval);
-
     // A folder where the file should be: unreadable, and registering fails with a reason.
     fs::remove(file);
     fs::create_directory(file);
     EXPECT_EQ(service.status(), ServiceStatus::notRegistered);
-    std::string error;
     EXPECT_FALSE(service.registerService(error));
     EXPECT_EQ(error, "Could not write " + file + ".");
 }

@@ -9,6 +9,7 @@
 #include <future>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <regex>
 #include <set>
 #include <string>
@@ -47,30 +48,6 @@ std::shared_ptr<quorv::Notifier> outboxAt(const std::string& path) {
 }
 
 // ---- Outbox ----
-
-TEST(OutboxNotifier, TwoAlertsInOneRunGiveTwoLinesWithTheirOwnIds) {
-    TempDir dir;
-    const std::string outbox = dir / "state/outbox.jsonl";  // the folder doesn't exist yet
-    quorv::HostScope scope(hostWith(outboxAt(outbox)));
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_TRUE(quorv::Notify::send("Your disk is almost full",
-                                        "Only 2.1 GB free on Macintosh HD. Open Brimstell to make room."));
-    }
-    const auto lines = linesOf(outbox);
-    ASSERT_EQ(lines.size(), 2u);
-    // Upper-case 8-4-4-4-12, as the platform writes UUIDs.
-    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
-    std::set<std::string> ids;
-    for (const auto& line : lines) {
-        const auto record = nlohmann::json::parse(line);
-        const std::string id = record.at("id");
-        EXPECT_TRUE(std::regex_match(id, uuid)) << id;
-        EXPECT_EQ(record.at("title"), "Your disk is almost full");
-        EXPECT_EQ(record.at("body"), "Only 2.1 GB free on Macintosh HD. Open Brimstell to make room.");
-        ids.insert(id);
-    }
-    EXPECT_EQ(ids.size(), 2u) << "two alerts must never share an identifier";
-}
 
 TEST(OutboxNotifier, WritesExactlyOneJsonLinePerNotification) {
     const struct {
@@ -188,9 +165,12 @@ struct GatedNotifier : quorv::Notifier {
     std::shared_future<void> opened = gate.get_future().share();
 };
 
-TEST(Notify, PostReturnsAtOnceAndTheNotificationArrives) {
+// Posting returns at once and delivers later, on the host it was posted on. Each alert, posted or
+// sent, is a line of its own with an identifier of its own: an upper-case UUID, as the platform
+// writes them.
+TEST(Notify, PostAndSendEachWriteALineWithItsOwnId) {
     TempDir dir;
-    const std::string outbox = dir / "outbox.jsonl";
+    const std::string outbox = dir / "state/outbox.jsonl";  // the folder doesn't exist yet
     auto gated = std::make_shared<GatedNotifier>(outboxAt(outbox));
     {
         quorv::HostScope scope(hostWith(gated));
@@ -198,18 +178,31 @@ TEST(Notify, PostReturnsAtOnceAndTheNotificationArrives) {
         quorv::Notify::post("Auto Clean freed 1.2 GB", "Everything it moved is in History, ready to restore.");
         EXPECT_LT(Steady::now() - start, 2s);
     }
-    // The host's scope has ended: the delivery must still reach the host it was posted on.
     EXPECT_TRUE(linesOf(outbox).empty());
     gated->gate.set_value();
-    std::vector<std::string> lines;
-    for (const auto deadline = Steady::now() + 10s; lines.empty() && Steady::now() < deadline;) {
+    for (const auto deadline = Steady::now() + 10s; linesOf(outbox).empty() && Steady::now() < deadline;) {
         std::this_thread::sleep_for(10ms);
-        lines = linesOf(outbox);
     }
-    ASSERT_EQ(lines.size(), 1u);
-    const auto record = nlohmann::json::parse(lines[0]);
-    EXPECT_EQ(record.at("title"), "Auto Clean freed 1.2 GB");
-    EXPECT_EQ(record.at("body"), "Everything it moved is in History, ready to restore.");
+    quorv::HostScope scope(hostWith(gated));
+    EXPECT_TRUE(quorv::Notify::send("Your disk is almost full",
+                                    "Only 2.1 GB free on Macintosh HD. Open Brimstell to make room."));
+
+    const auto lines = linesOf(outbox);
+    ASSERT_EQ(lines.size(), 2u);
+    const std::pair<std::string, std::string> expected[] = {
+        {"Auto Clean freed 1.2 GB", "Everything it moved is in History, ready to restore."},
+        {"Your disk is almost full", "Only 2.1 GB free on Macintosh HD. Open Brimstell to make room."},
+    };
+    const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
+    std::set<std::string> ids;
+    for (size_t i = 0; i < lines.size(); ++i) {
+        const auto record = nlohmann::json::parse(lines[i]);
+        EXPECT_TRUE(std::regex_match(record.at("id").get<std::string>(), uuid)) << lines[i];
+        EXPECT_EQ(record.at("title"), expected[i].first);
+        EXPECT_EQ(record.at("body"), expected[i].second);
+        ids.insert(record.at("id").get<std::string>());
+    }
+    EXPECT_EQ(ids.size(), 2u) << "two alerts must never share an identifier";
 }
 
 #ifndef __APPLE__
@@ -226,38 +219,6 @@ quorv::UniqueFd silentSocket(const std::string& path) {
         return {};
     }
     return fd;
-}
-
-TEST(DBusNotifier, FalseAtOnceWithoutASessionBus) {
-    TempDir dir;
-    ASSERT_TRUE(quorv::files::makeFolders(dir / "empty"));
-    ASSERT_TRUE(quorv::files::writeAtomically(dir / "plainfile/bus", "not a socket"));
-    ASSERT_TRUE(quorv::files::makeFolders(dir / "silent"));
-    const auto silent = silentSocket(dir / "silent/bus");
-    ASSERT_TRUE(silent);
-
-    const struct {
-        const char* name;
-        std::map<std::string, std::string> environment;
-    } cases[] = {
-        {"neither variable", {}},
-        {"empty bus address and no runtime folder", {{"DBUS_SESSION_BUS_ADDRESS", ""}}},
-        {"runtime folder without a bus", {{"XDG_RUNTIME_DIR", dir / "empty"}}},
-        {"runtime folder whose bus is a plain file", {{"XDG_RUNTIME_DIR", dir / "plainfile"}}},
-        {"relative runtime folder", {{"XDG_RUNTIME_DIR", "run/user"}}},
-        {"address of a missing socket", {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "nothing/bus"}}},
-        {"address that is no address", {{"DBUS_SESSION_BUS_ADDRESS", "no bus here"}}},
-        {"bus that never answers", {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "silent/bus"}}},
-        {"runtime bus that never answers", {{"XDG_RUNTIME_DIR", dir / "silent"}}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        quorv::HostScope scope(hostWith(nullptr, c.environment));
-        quorv::DBusNotifier notifier(400ms);
-        const auto start = Steady::now();
-        EXPECT_FALSE(notifier.deliver("ID-1", "Your disk is almost full", "Only 1 GB free."));
-        EXPECT_LT(Steady::now() - start, 2s);
-    }
 }
 
 // A stand-in notification service that writes down each call (see describeCall) and answers with
@@ -299,6 +260,47 @@ const sd_bus_vtable FakeNotifications::vtable[] = {
 };
 
 class DBusNotifierOnPrivateBus : public testing_support::PrivateBusTest {};
+
+// No bus, no service, or a service that refuses: false, and never a wait beyond the time allowed.
+TEST_F(DBusNotifierOnPrivateBus, FalseAtOnceWhenNoServiceTakesIt) {
+    ASSERT_TRUE(quorv::files::makeFolders(dir / "empty"));
+    ASSERT_TRUE(quorv::files::writeAtomically(dir / "plainfile/bus", "not a socket"));
+    ASSERT_TRUE(quorv::files::makeFolders(dir / "silent"));
+    const auto silent = silentSocket(dir / "silent/bus");
+    ASSERT_TRUE(silent);
+    const struct {
+        const char* name;
+        std::map<std::string, std::string> environment;
+        bool refusingService = false;
+    } cases[] = {
+        {"neither variable", {}},
+        {"empty bus address and no runtime folder", {{"DBUS_SESSION_BUS_ADDRESS", ""}}},
+        {"runtime folder without a bus", {{"XDG_RUNTIME_DIR", dir / "empty"}}},
+        {"runtime folder whose bus is a plain file", {{"XDG_RUNTIME_DIR", dir / "plainfile"}}},
+        {"relative runtime folder", {{"XDG_RUNTIME_DIR", "run/user"}}},
+        {"address of a missing socket", {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "nothing/bus"}}},
+        {"address that is no address", {{"DBUS_SESSION_BUS_ADDRESS", "no bus here"}}},
+        {"bus that never answers", {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "silent/bus"}}},
+        {"runtime bus that never answers", {{"XDG_RUNTIME_DIR", dir / "silent"}}},
+        {"no notification service on the bus", busEnvironment()},
+        {"the service answers with an error", busEnvironment(), true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::optional<FakeNotifications> refusing;
+        if (c.refusingService) {
+            ASSERT_TRUE(refusing.emplace(bus->address(), true).ok());
+        }
+        quorv::HostScope scope(hostWith(nullptr, c.environment));
+        quorv::DBusNotifier notifier(400ms);
+        const auto start = Steady::now();
+        EXPECT_FALSE(notifier.deliver("ID-1", "Your disk is almost full", "Only 1 GB free."));
+        EXPECT_LT(Steady::now() - start, 2s);
+        if (refusing) {
+            EXPECT_EQ(refusing->calls().size(), 1u) << "the refusal, not a lost call, must be what failed";
+        }
+    }
+}
 
 TEST_F(DBusNotifierOnPrivateBus, TheServiceGetsTheTextsExactly) {
     FakeNotifications service(bus->address(), false);
@@ -359,24 +361,6 @@ TEST_F(DBusNotifierOnPrivateBus, FindsTheBusThroughTheHostOnly) {
     EXPECT_TRUE(quorv::Notify::send("Your battery is worn", "It holds 79% of what it did new."));
     EXPECT_EQ(service.calls(), std::vector<std::string>{
                                    R"(Notify "Brimstell" 0 "" "Your battery is worn" "It holds 79% of what it did new." [] [] -1)"});
-}
-
-TEST_F(DBusNotifierOnPrivateBus, FalseWhenNoServiceAnswersOrItRefuses) {
-    quorv::HostScope scope(hostWith(nullptr, busEnvironment()));
-    quorv::DBusNotifier notifier;
-    {
-        SCOPED_TRACE("no notification service on the bus");
-        const auto start = Steady::now();
-        EXPECT_FALSE(notifier.deliver("ID-1", "Your disk reports a problem", "Its self-check says Failing."));
-        EXPECT_LT(Steady::now() - start, 2s);
-    }
-    {
-        SCOPED_TRACE("the service answers with an error");
-        FakeNotifications refusing(bus->address(), true);
-        ASSERT_TRUE(refusing.ok());
-        EXPECT_FALSE(notifier.deliver("ID-1", "Your disk reports a problem", "Its self-check says Failing."));
-        EXPECT_EQ(refusing.calls().size(), 1u);
-    }
 }
 
 #endif  // __APPLE__

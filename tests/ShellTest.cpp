@@ -1,7 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -19,6 +18,7 @@
 
 #include "support/TestSupport.hpp"
 #include "support/host/Host.hpp"
+#include "support/posix/Files.hpp"
 #include "support/process/Shell.hpp"
 
 namespace {
@@ -199,9 +199,8 @@ TEST_F(ShellTest, RefusedOrUnstartableRunsNothing) {
     const std::string marker = folder / "ran";
     const std::string tool = folder / "tool";
     const std::string plain = folder / "plain";
-    std::ofstream(tool) << "#!/bin/sh\ntouch '" << marker << "'\n";
-    ::chmod(tool.c_str(), 0755);
-    std::ofstream(plain) << "#!/bin/sh\ntouch '" << marker << "'\n";
+    ASSERT_TRUE(quorv::files::writeAtomically(tool, "#!/bin/sh\ntouch '" + marker + "'\n", 0755));
+    ASSERT_TRUE(quorv::files::writeAtomically(plain, "#!/bin/sh\ntouch '" + marker + "'\n", 0644));
 
     ShellOptions inFolder;
     inFolder.workingFolder = folder.path();
