@@ -82,7 +82,7 @@ UniqueFd openOwnTrash(int topFd, bool create) {
 // Opens a known Trash folder for reading or erasing, checking it as moveToTrash would.
 UniqueFd openTrash(const TrashDir& trash) {
     if (!trash.top) return UniqueFd(::open(trash.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    UniqueFd top(::open(trash.top->c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd top = LinkSafe::openFolder(*trash.top, true);
     if (!top) return {};
     if (files::nameOf(trash.path) == ".Trash-" + uidText()) return openOwnTrash(top.get(), false);
     return openSharedTrash(top.get(), false);
@@ -223,7 +223,7 @@ std::vector<TrashDir> knownTrashes() {
     const std::string uid = uidText();
     for (const auto& point : mountPoints(*mountinfo)) {
         const std::string top = trimSlashes(host().path(point));
-        UniqueFd topFd(::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        UniqueFd topFd = LinkSafe::openFolder(top, true);
         if (!topFd) continue;
         UniqueFd shared = openSharedTrash(topFd.get(), false);
         if (shared) add({join(top, ".Trash/" + uid), top}, shared.get());
@@ -246,14 +246,14 @@ std::optional<dev_t> deviceOf(std::string path) {
 // Walks up from the folder fd while the device stays the same (".." never follows a link) and
 // returns the top folder of that file system.
 UniqueFd topFolderOf(int folderFd) {
-    UniqueFd current(::openat(folderFd, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd current = LinkSafe::openFolderAt(folderFd, ".");
     struct stat st{};
     if (!current || ::fstat(current.get(), &st) != 0) return {};
     for (int depth = 0; depth < 4096; ++depth) {
-        UniqueFd up(::openat(current.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        UniqueFd up = LinkSafe::openFolderAt(current.get(), "..");
         struct stat upSt{};
         if (!up || ::fstat(up.get(), &upSt) != 0) return {};
-        if (upSt.st_dev != st.st_dev || (upSt.st_ino == st.st_ino && upSt.st_dev == st.st_dev)) return current;
+        if (upSt.st_dev != st.st_dev || upSt.st_ino == st.st_ino) return current;
         current = std::move(up);
         st = upSt;
     }

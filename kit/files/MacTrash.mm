@@ -76,9 +76,10 @@ public:
                 if ([name isEqualToString:@".DS_Store"] || [name isEqualToString:@".localized"]) continue;
                 quorv::TrashedItem item;
                 item.location = pathOf(url);
-                NSDate* added = nil;
-                if ([url getResourceValue:&added forKey:NSURLAddedToDirectoryDateKey error:nil] && added) {
-                    item.dateAdded = added.timeIntervalSince1970;
+                id added = nil;
+                if ([url getResourceValue:&added forKey:NSURLAddedToDirectoryDateKey error:nil] &&
+                    [added isKindOfClass:[NSDate class]]) {
+                    item.dateAdded = ((NSDate*)added).timeIntervalSince1970;
                 }
                 out.push_back(std::move(item));
             }
