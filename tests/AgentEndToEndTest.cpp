@@ -5,7 +5,6 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 
@@ -39,8 +38,7 @@ struct AgentSandbox {
 
     std::vector<nlohmann::json> alerts() const {
         std::vector<nlohmann::json> out;
-        std::istringstream in(readText(outbox));
-        for (std::string line; std::getline(in, line);) out.push_back(nlohmann::json::parse(line));
+        for (const auto& line : testing_support::linesOf(outbox)) out.push_back(nlohmann::json::parse(line));
         return out;
     }
 };

@@ -11,10 +11,14 @@ using brimstell::AgentRun;
 
 constexpr std::int64_t GB = 1'000'000'000;
 
-struct Outcome {
-    bool latchedAfter;
-    std::vector<std::pair<std::string, std::string>> alerts;
-};
+using Alerts = std::vector<std::pair<std::string, std::string>>;
+
+// What a latch job leaves: the latch set (never written as false), and at most the one alert.
+void expectLatchAndAlert(testing_support::SandboxHost& sandbox, const char* latch, bool latched, const char* title,
+                         const char* body) {
+    EXPECT_EQ(sandbox.host->settings->object(latch).has_value(), latched) << latch;
+    EXPECT_EQ(sandbox.notifier->sent(), (body ? Alerts{{title, body}} : Alerts{}));
+}
 
 TEST(AgentLatches, LowDiskHysteresis) {
     const struct {
@@ -48,16 +52,9 @@ TEST(AgentLatches, LowDiskHysteresis) {
         if (c.latchedBefore) store.set("agent.alarm.lowDisk", true);
         AgentRun run(store, sandbox.now);
         run.lowDisk({100 * GB, c.free, c.free});
-        EXPECT_EQ(store.boolean("agent.alarm.lowDisk"), c.latchedAfter) << c.name;
-        EXPECT_EQ(store.object("agent.alarm.lowDisk").has_value(), c.latchedAfter) << c.name << ": never written as false";
-        const auto sent = sandbox.notifier->sent();
-        if (c.alertBody) {
-            ASSERT_EQ(sent.size(), 1u) << c.name;
-            EXPECT_EQ(sent[0].first, "Your disk is almost full");
-            EXPECT_EQ(sent[0].second, c.alertBody);
-        } else {
-            EXPECT_TRUE(sent.empty()) << c.name;
-        }
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(store.boolean("agent.alarm.lowDisk"), c.latchedAfter);
+        expectLatchAndAlert(sandbox, "agent.alarm.lowDisk", c.latchedAfter, "Your disk is almost full", c.alertBody);
     }
 }
 
@@ -80,25 +77,16 @@ TEST(AgentLatches, BatteryWorn) {
         {1.0, true, false, nullptr},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.health);
         testing_support::SandboxHost sandbox;
         quorv::HostScope scope(sandbox.host);
-        auto& store = *sandbox.host->settings;
-        if (c.latchedBefore) store.set("agent.alarm.batteryWorn", true);
-        AgentRun run(store, sandbox.now);
+        if (c.latchedBefore) sandbox.host->settings->set("agent.alarm.batteryWorn", true);
+        AgentRun run(*sandbox.host->settings, sandbox.now);
         run.report.due = {AgentJob::batteryWorn};
-        brimstell::BatteryDetails b;
-        b.health = c.health;
-        run.battery = b;
+        run.battery = brimstell::BatteryDetails{};
+        run.battery->health = c.health;
         run.batteryWorn();
-        EXPECT_EQ(store.object("agent.alarm.batteryWorn").has_value(), c.latchedAfter) << c.health;
-        const auto sent = sandbox.notifier->sent();
-        if (c.body) {
-            ASSERT_EQ(sent.size(), 1u) << c.health;
-            EXPECT_EQ(sent[0].first, "Your battery is worn");
-            EXPECT_EQ(sent[0].second, c.body);
-        } else {
-            EXPECT_TRUE(sent.empty()) << c.health;
-        }
+        expectLatchAndAlert(sandbox, "agent.alarm.batteryWorn", c.latchedAfter, "Your battery is worn", c.body);
     }
 }
 
@@ -118,25 +106,16 @@ TEST(AgentLatches, DiskHealth) {
         {"Verified", false, false, nullptr},
     };
     for (const auto& c : cases) {
+        SCOPED_TRACE(c.status);
         testing_support::SandboxHost sandbox;
         quorv::HostScope scope(sandbox.host);
-        auto& store = *sandbox.host->settings;
-        if (c.latchedBefore) store.set("agent.alarm.diskHealth", true);
-        AgentRun run(store, sandbox.now);
+        if (c.latchedBefore) sandbox.host->settings->set("agent.alarm.diskHealth", true);
+        AgentRun run(*sandbox.host->settings, sandbox.now);
         run.report.due = {AgentJob::diskHealth};
-        brimstell::DiskHealth d;
-        d.smart = c.status;
-        run.disk = d;
+        run.disk = brimstell::DiskHealth{};
+        run.disk->smart = c.status;
         run.diskHealth();
-        EXPECT_EQ(store.object("agent.alarm.diskHealth").has_value(), c.latchedAfter) << c.status;
-        const auto sent = sandbox.notifier->sent();
-        if (c.body) {
-            ASSERT_EQ(sent.size(), 1u) << c.status;
-            EXPECT_EQ(sent[0].first, "Your disk reports a problem");
-            EXPECT_EQ(sent[0].second, c.body);
-        } else {
-            EXPECT_TRUE(sent.empty()) << c.status;
-        }
+        expectLatchAndAlert(sandbox, "agent.alarm.diskHealth", c.latchedAfter, "Your disk reports a problem", c.body);
     }
 }
 

@@ -1,16 +1,6 @@
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -18,48 +8,26 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
-
-#ifndef __APPLE__
-#include <systemd/sd-bus.h>
-#endif
 
 #include "kit/agent/AgentService.hpp"
 #include "kit/agent/RecordedAgentService.hpp"
 #include "kit/agent/SystemdAgentService.hpp"
+#include "support/PrivateBus.hpp"
+#include "support/TestSupport.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
 #include "support/settings/PlistFileStore.hpp"
-
-extern char** environ;
 
 namespace {
 
 using brimstell::AgentService;
 using brimstell::RecordedAgentService;
 using quorv::ServiceStatus;
+using testing_support::TempDir;
 namespace fs = std::filesystem;
 namespace files = quorv::files;
-
-class TempFolder {
-public:
-    TempFolder() {
-        std::string pattern = (fs::temp_directory_path() / "brimstell-agent-XXXXXX").string();
-        if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
-        path_ = pattern;
-    }
-    ~TempFolder() {
-        std::error_code ec;
-        fs::remove_all(path_, ec);
-    }
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
-};
 
 class FakeRegistrar final : public quorv::ServiceRegistrar {
 public:
@@ -73,31 +41,40 @@ public:
     bool registerService(std::string& error) override {
         ++registers;
         if (throws) throw std::runtime_error("registrar broke");
-        if (!refuse) return true;
-        error = "refused";
-        return false;
+        if (refuse) error = "refused";
+        return !refuse;
     }
     bool unregisterService(std::string& error) override {
         ++unregisters;
-        if (!refuse) return true;
-        error = "refused";
-        return false;
+        if (throws) throw std::runtime_error("registrar broke");
+        if (refuse) error = "refused";
+        return !refuse;
     }
 };
 
-// A host with a settings file in a temp folder and the given registrar.
-std::shared_ptr<quorv::Host> testHost(const TempFolder& temp, std::shared_ptr<quorv::ServiceRegistrar> registrar,
+// A host with a settings file in a temp folder, which is also the home folder, and the given registrar.
+std::shared_ptr<quorv::Host> testHost(const TempDir& temp, std::shared_ptr<quorv::ServiceRegistrar> registrar,
                                       std::map<std::string, std::string> env = {}) {
     env.emplace("HOME", temp.path());
     auto h = quorv::hostFromEnvironment(env);
-    h->settings = std::make_shared<quorv::PlistFileStore>(temp.path() + "/settings.plist");
+    h->settings = std::make_shared<quorv::PlistFileStore>(temp / "settings.plist");
     h->agentService = std::move(registrar);
     return h;
 }
 
+std::vector<std::string> entriesOf(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (auto& e : fs::directory_iterator(folder, ec)) names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
 // ---- AgentService ----
 
-TEST(AgentService, ApplyRegistersOnlyFromNotRegisteredOrNotFoundAndUnregistersOnlyWhenEnabled) {
+// Registers only from "not registered" or "not found", unregisters only from "enabled". A registrar
+// that refuses or throws changes nothing else: apply doesn't throw and the switch keeps its value.
+TEST(AgentService, ApplyBringsTheRegistrationInLineWithTheSwitch) {
     // Per status 0, 1, 2, 3: R = registered, U = unregistered, - = left alone.
     const struct {
         const char* name;
@@ -113,148 +90,93 @@ TEST(AgentService, ApplyRegistersOnlyFromNotRegisteredOrNotFoundAndUnregistersOn
     };
     for (const auto& row : rows) {
         for (int s = 0; s <= 3; ++s) {
-            TempFolder temp;
-            auto fake = std::make_shared<FakeRegistrar>();
-            fake->current = static_cast<ServiceStatus>(s);
-            quorv::HostScope scope(testHost(temp, fake));
-            if (row.value) {
-                ASSERT_TRUE(quorv::settings().set("backgroundChecks", *row.value));
+            for (const std::string registrar : {"working", "refusing", "throwing"}) {
+                SCOPED_TRACE(std::string(row.name) + ", status " + std::to_string(s) + ", " + registrar);
+                TempDir temp;
+                auto fake = std::make_shared<FakeRegistrar>();
+                fake->current = static_cast<ServiceStatus>(s);
+                fake->refuse = registrar == "refusing";
+                fake->throws = registrar == "throwing";
+                quorv::HostScope scope(testHost(temp, fake));
+                if (row.value) {
+                    ASSERT_TRUE(quorv::settings().set("backgroundChecks", *row.value));
+                }
+                EXPECT_EQ(AgentService::isOn(), row.on);
+                EXPECT_NO_THROW(AgentService::apply());
+                EXPECT_EQ(fake->registers, row.actions[s] == 'R' ? 1 : 0);
+                EXPECT_EQ(fake->unregisters, row.actions[s] == 'U' ? 1 : 0);
+                EXPECT_EQ(quorv::settings().object("backgroundChecks"), row.value);
             }
-
-            EXPECT_EQ(AgentService::isOn(), row.on) << row.name;
-            AgentService::apply();
-            const char expected = row.actions[s];
-            EXPECT_EQ(fake->registers, expected == 'R' ? 1 : 0) << row.name << " status " << s;
-            EXPECT_EQ(fake->unregisters, expected == 'U' ? 1 : 0) << row.name << " status " << s;
         }
     }
 }
 
-TEST(AgentService, StatusAndBlockedInSettingsComeFromTheRegistrar) {
-    TempFolder temp;
-    const struct {
-        ServiceStatus status;
-        bool blocked;
-        const char* text;
-    } rows[] = {
-        {ServiceStatus::notRegistered, false, "not registered"},
-        {ServiceStatus::enabled, false, "enabled"},
-        {ServiceStatus::requiresApproval, true, "requires approval"},
-        {ServiceStatus::notFound, false, "not found"},
-    };
-    for (const auto& row : rows) {
-        auto fake = std::make_shared<FakeRegistrar>();
-        fake->current = row.status;
-        quorv::HostScope scope(testHost(temp, fake));
-        EXPECT_EQ(AgentService::status(), row.status);
-        EXPECT_EQ(AgentService::blockedInSettings(), row.blocked) << row.text;
-        EXPECT_STREQ(AgentService::statusText(row.status), row.text);
-    }
-    // A host without a registrar: not found, nothing to apply, nothing blocked.
+TEST(AgentService, StatusTextsAndAHostWithoutARegistrar) {
+    EXPECT_STREQ(AgentService::statusText(ServiceStatus::notRegistered), "not registered");
+    EXPECT_STREQ(AgentService::statusText(ServiceStatus::enabled), "enabled");
+    EXPECT_STREQ(AgentService::statusText(ServiceStatus::requiresApproval), "requires approval");
+    EXPECT_STREQ(AgentService::statusText(ServiceStatus::notFound), "not found");
+    // Without a registrar: not found, nothing to apply, nothing blocked.
+    TempDir temp;
     quorv::HostScope scope(testHost(temp, nullptr));
     EXPECT_EQ(AgentService::status(), ServiceStatus::notFound);
     EXPECT_FALSE(AgentService::blockedInSettings());
-    AgentService::apply();
-}
-
-TEST(AgentService, RegistrationErrorsAreSwallowedAndTheSwitchKeepsItsValue) {
-    TempFolder temp;
-    auto fake = std::make_shared<FakeRegistrar>();
-    fake->refuse = true;
-    quorv::HostScope scope(testHost(temp, fake));
-
     EXPECT_NO_THROW(AgentService::apply());
-    EXPECT_EQ(fake->registers, 1);
-    EXPECT_FALSE(quorv::settings().object("backgroundChecks").has_value());
-
-    ASSERT_TRUE(quorv::settings().set("backgroundChecks", false));
-    fake->current = ServiceStatus::enabled;
-    EXPECT_NO_THROW(AgentService::apply());
-    EXPECT_EQ(fake->unregisters, 1);
-    EXPECT_EQ(quorv::settings().object("backgroundChecks"), quorv::Value(false));
-
-    ASSERT_TRUE(quorv::settings().set("backgroundChecks", true));
-    fake->current = ServiceStatus::notFound;
-    fake->throws = true;
-    EXPECT_NO_THROW(AgentService::apply());
-    EXPECT_EQ(fake->registers, 2);
 }
 
 // ---- RecordedAgentService ----
 
 TEST(RecordedAgentService, KeepsTheStateInItsFile) {
-    TempFolder temp;
-    const std::string file = temp.path() + "/private/var/db/com.quorv.brimstell/agent-service-state";
+    TempDir temp;
+    const std::string file = temp / "private/var/db/com.quorv.brimstell/agent-service-state";
     RecordedAgentService service(file);
     std::string error;
-
-    EXPECT_EQ(service.status(), ServiceStatus::notRegistered);
-    EXPECT_TRUE(service.unregisterService(error));
     EXPECT_EQ(service.status(), ServiceStatus::notRegistered);
 
     EXPECT_TRUE(service.registerService(error));
-    EXPECT_EQ(quorv::files::read(file), "1\n");
-    EXPECT_EQ(service.status(), ServiceStatus::enabled);
+    EXPECT_EQ(files::read(file), "1\n");
     EXPECT_TRUE(service.registerService(error));
     EXPECT_EQ(service.status(), ServiceStatus::enabled);
-
     EXPECT_TRUE(service.unregisterService(error));
-    EXPECT_EQ(quorv::files::read(file), "0\n");
+    EXPECT_EQ(files::read(file), "0\n");
 
     // A test plays a pending approval: registering is refused and changes nothing.
-    ASSERT_TRUE(quorv::files::writeAtomically(file, "2"));
-    EXPECT_EQ(service.status(), ServiceStatus::requiresApproval);
+    ASSERT_TRUE(files::writeAtomically(file, "2"));
     EXPECT_FALSE(service.registerService(error));
     EXPECT_FALSE(error.empty());
     EXPECT_EQ(service.status(), ServiceStatus::requiresApproval);
 
-    ASSERT_TRUE(quorv::files::writeAtomically(file, "3\n"));
+    ASSERT_TRUE(files::writeAtomically(file, "3\n"));
     EXPECT_EQ(service.status(), ServiceStatus::notFound);
     EXPECT_TRUE(service.registerService(error));
     EXPECT_EQ(service.status(), ServiceStatus::enabled);
-
     // No temporary files are left beside the state.
-    int entries = 0;
-    for ([[maybe_unused]] auto& e : fs::directory_iterator(files::parentOf(file))) ++entries;
-    EXPECT_EQ(entries, 1);
-}
+    EXPECT_EQ(entriesOf(files::parentOf(file)), std::vector<std::string>{"agent-service-state"});
 
-TEST(RecordedAgentService, UnreadableStatesCountAsNotRegistered) {
-    TempFolder temp;
-    const std::string file = temp.path() + "/state";
-    RecordedAgentService service(file);
+    // White space around the digit is fine; anything else counts as not registered.
+    ASSERT_TRUE(files::writeAtomically(file, " 2 \n"));
+    EXPECT_EQ(service.status(), ServiceStatus::requiresApproval);
     for (const char* text : {"", "\n", "4", "12", "-1", "1 1", "x", "1x", "\xff"}) {
-        ASSERT_TRUE(quorv::files::writeAtomically(file, text));
+        ASSERT_TRUE(files::writeAtomically(file, text));
         EXPECT_EQ(service.status(), ServiceStatus::notRegistered) << text;
     }
-    ASSERT_TRUE(quorv::files::writeAtomically(file, " 2 \n"));
-    EXPECT_EQ(service.status(), ServiceStatus::requiresApproval);
-
     // A folder where the file should be: unreadable, and registering fails with a reason.
     fs::remove(file);
     fs::create_directory(file);
     EXPECT_EQ(service.status(), ServiceStatus::notRegistered);
-    std::string error;
     EXPECT_FALSE(service.registerService(error));
     EXPECT_EQ(error, "Could not write " + file + ".");
-}
-
-TEST(RecordedAgentService, DrivesApplyInASandbox) {
-    TempFolder temp;
-    auto recorded = std::make_shared<RecordedAgentService>(temp.path() + "/state");
-    quorv::HostScope scope(testHost(temp, recorded));
-    AgentService::apply();
-    EXPECT_EQ(AgentService::status(), ServiceStatus::enabled);
-    ASSERT_TRUE(quorv::settings().set("backgroundChecks", false));
-    AgentService::apply();
-    EXPECT_EQ(AgentService::status(), ServiceStatus::notRegistered);
 }
 
 #ifndef __APPLE__
 
 using brimstell::SystemdAgentService;
 
-// ---- SystemdAgentService: the pure parts ----
+std::string makeAgent(const std::string& folder) {
+    const std::string agent = folder + "/brimstell-agent";
+    EXPECT_TRUE(files::writeAtomically(agent, "#!/bin/sh\nexit 0\n", 0755));
+    return agent;
+}
 
 TEST(SystemdAgentService, MapsTheUserManagersViewOntoTheFourStates) {
     const struct {
@@ -333,7 +255,7 @@ TEST(SystemdAgentService, UnitTexts) {
 }
 
 TEST(SystemdAgentService, FindsItsFolderAndBusInTheHostsEnvironment) {
-    TempFolder temp;
+    TempDir temp;
     const struct {
         std::map<std::string, std::string> env;
         std::string folder;  // after the home folder when it starts with "~"
@@ -359,181 +281,29 @@ TEST(SystemdAgentService, FindsItsFolderAndBusInTheHostsEnvironment) {
         EXPECT_EQ(SystemdAgentService::busAddress(), row.bus);
     }
 }
-
-// ---- SystemdAgentService against a bus ----
-
-int runTool(const std::vector<std::string>& args, pid_t* background = nullptr) {
-    std::vector<char*> argv;
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    const int r = posix_spawnp(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (r != 0) return -1;
-    if (background) {
-        *background = pid;
-        return 0;
-    }
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid) return -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-bool toolExists(const std::string& name) {
-    const char* path = std::getenv("PATH");
-    std::string dirs = path ? path : "/usr/bin:/bin";
-    std::size_t start = 0;
-    while (start <= dirs.size()) {
-        const auto end = dirs.find(':', start);
-        const std::string dir = dirs.substr(start, end == std::string::npos ? std::string::npos : end - start);
-        if (!dir.empty() && ::access((dir + "/" + name).c_str(), X_OK) == 0) return true;
-        if (end == std::string::npos) break;
-        start = end + 1;
-    }
-    return false;
-}
-
-std::string makeAgent(const std::string& folder) {
-    const std::string agent = folder + "/brimstell-agent";
-    EXPECT_TRUE(files::writeAtomically(agent, "#!/bin/sh\nexit 0\n", 0755));
-    return agent;
-}
-
-std::vector<std::string> entriesOf(const std::string& folder) {
-    std::vector<std::string> names;
-    std::error_code ec;
-    for (auto& e : fs::directory_iterator(folder, ec)) names.push_back(e.path().filename().string());
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-TEST(SystemdAgentService, WithoutAUserBusItIsNotFoundAndRegisteringWritesNothing) {
-    TempFolder temp;
-    const std::string agent = makeAgent(temp.path() + "/bin");
-    for (const auto& env : std::vector<std::map<std::string, std::string>>{
-             {}, {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + temp.path() + "/no-such-bus"}}}) {
-        auto service = std::make_shared<SystemdAgentService>(agent);
-        quorv::HostScope scope(testHost(temp, service, env));
-        EXPECT_EQ(service->status(), ServiceStatus::notFound);
-        std::string error;
-        EXPECT_FALSE(service->registerService(error));
-        EXPECT_EQ(error.rfind("The systemd user manager can't be reached: ", 0), 0u) << error;
-        error.clear();
-        EXPECT_FALSE(service->unregisterService(error));
-        EXPECT_FALSE(error.empty());
-        AgentService::apply();
-        EXPECT_EQ(entriesOf(SystemdAgentService::unitFolder()), std::vector<std::string>{});
-    }
-}
-
-TEST(SystemdAgentService, AMissingOrUnrunnableAgentIsNotFound) {
-    TempFolder temp;
-    quorv::HostScope scope(testHost(temp, nullptr, {{"XDG_RUNTIME_DIR", temp.path()}}));
-    const struct {
-        std::string path;
-        const char* error;
-    } rows[] = {
-        {temp.path() + "/nowhere/brimstell-agent", "The agent executable is missing: "},
-        {"brimstell-agent", "The agent executable is missing: "},
-        {makeAgent(temp.path() + "/it's"),
-         "systemd can't run the agent from a path with quotes, backslashes or control characters."},
-    };
-    for (const auto& row : rows) {
-        SystemdAgentService service(row.path);
-        EXPECT_EQ(service.status(), ServiceStatus::notFound) << row.path;
-        std::string error;
-        EXPECT_FALSE(service.registerService(error));
-        EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
-    }
-    EXPECT_EQ(entriesOf(SystemdAgentService::unitFolder()), std::vector<std::string>{});
-}
-
 TEST(SystemdAgentService, SystemdAcceptsTheUnitsItWrites) {
-    if (!toolExists("systemd-analyze")) GTEST_SKIP() << "systemd-analyze is not installed";
-    TempFolder temp;
-    const std::string agent = makeAgent(temp.path() + "/My Apps/100% $HOME \xc3\x9c" "ber \xff");
-    const auto texts = SystemdAgentService::unitTexts(agent);
-    ASSERT_TRUE(files::writeAtomically(temp.path() + "/units/brimstell-agent.service", texts.service));
-    ASSERT_TRUE(files::writeAtomically(temp.path() + "/units/brimstell-agent.timer", texts.timer));
-    EXPECT_EQ(runTool({"systemd-analyze", "verify", "--man=no", temp.path() + "/units/brimstell-agent.service",
-                       temp.path() + "/units/brimstell-agent.timer"}),
-              0);
+    const auto analyze = testing_support::findTool("systemd-analyze");
+    if (!analyze) GTEST_SKIP() << "systemd-analyze is not installed";
+    TempDir temp;
+    const auto texts = SystemdAgentService::unitTexts(makeAgent(temp / "My Apps/100% $HOME \xc3\x9c" "ber \xff"));
+    ASSERT_TRUE(files::writeAtomically(temp / "units/brimstell-agent.service", texts.service));
+    ASSERT_TRUE(files::writeAtomically(temp / "units/brimstell-agent.timer", texts.timer));
+    const auto verify = testing_support::runProgram(
+        *analyze, {"verify", "--man=no", temp / "units/brimstell-agent.service", temp / "units/brimstell-agent.timer"}, {});
+    EXPECT_EQ(verify.status, 0) << verify.output;
 }
 
-// A private bus, with no systemd behind it unless a test adds a FakeManager.
-class PrivateBus {
-public:
-    explicit PrivateBus(const std::string& folder) : address_("unix:path=" + folder + "/bus") {
-        const std::string config = folder + "/bus.conf";
-        files::writeAtomically(config,
-                               "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-                               " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-                               "<busconfig><type>session</type><listen>" +
-                                   address_ +
-                                   "</listen><auth>EXTERNAL</auth>"
-                                   "<policy context=\"default\"><allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                                   "<allow eavesdrop=\"true\"/><allow own=\"*\"/>"
-                                   "</policy></busconfig>\n");
-        if (runTool({"dbus-daemon", "--config-file=" + config, "--nofork", "--nopidfile"}, &pid_) != 0) return;
-        for (int i = 0; i < 500 && !ready_; ++i) {
-            struct stat st{};
-            ready_ = ::stat((folder + "/bus").c_str(), &st) == 0;
-            if (!ready_) std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-    }
-    ~PrivateBus() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            ::waitpid(pid_, nullptr, 0);
-        }
-    }
-    PrivateBus(const PrivateBus&) = delete;
-    PrivateBus& operator=(const PrivateBus&) = delete;
-    bool ready() const { return ready_; }
-    const std::string& address() const { return address_; }
-
-private:
-    std::string address_;
-    pid_t pid_ = -1;
-    bool ready_ = false;
-};
+// ---- SystemdAgentService against a private bus ----
 
 // Answers the systemd manager's calls that registration makes, with the real signatures, and
 // records them.
 class FakeManager {
 public:
-    explicit FakeManager(const std::string& address) {
-        sd_bus_new(&bus_);
-        sd_bus_set_address(bus_, address.c_str());
-        sd_bus_set_bus_client(bus_, 1);
-        if (sd_bus_start(bus_) < 0 ||
-            sd_bus_add_object_vtable(bus_, nullptr, "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
-                                     vtable, this) < 0 ||
-            sd_bus_request_name(bus_, "org.freedesktop.systemd1", 0) < 0) {
-            return;
-        }
-        ready_ = true;
-        thread_ = std::thread([this] {
-            while (!stop_) {
-                const int r = sd_bus_process(bus_, nullptr);
-                if (r < 0) break;
-                if (r == 0) sd_bus_wait(bus_, 20'000);
-            }
-        });
-    }
-    ~FakeManager() {
-        stop_ = true;
-        if (thread_.joinable()) thread_.join();
-        sd_bus_flush_close_unref(bus_);
-    }
-    FakeManager(const FakeManager&) = delete;
-    FakeManager& operator=(const FakeManager&) = delete;
+    explicit FakeManager(const std::string& address)
+        : service_(address, "org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
+                   vtable, this) {}
 
-    bool ready() const { return ready_; }
+    bool ready() const { return service_.ready(); }
     std::vector<std::string> takeCalls() {
         std::lock_guard lock(mutex_);
         return std::exchange(calls_, {});
@@ -551,36 +321,10 @@ private:
     static int handle(sd_bus_message* m, void* userdata, sd_bus_error* error) {
         auto* self = static_cast<FakeManager*>(userdata);
         const std::string method = sd_bus_message_get_member(m);
-        std::string call = method;
-        if (method == "EnableUnitFiles" || method == "DisableUnitFiles") {
-            char** units = nullptr;
-            sd_bus_message_read_strv(m, &units);
-            for (char** u = units; u && *u; ++u) call += std::string(" ") + *u;
-            for (char** u = units; u && *u; ++u) std::free(*u);
-            std::free(units);
-            int runtime = -1;
-            int force = -1;
-            if (method == "EnableUnitFiles") {
-                sd_bus_message_read(m, "bb", &runtime, &force);
-                call += " runtime=" + std::to_string(runtime) + " force=" + std::to_string(force);
-            } else {
-                sd_bus_message_read(m, "b", &runtime);
-                call += " runtime=" + std::to_string(runtime);
-            }
-        } else if (method != "Reload") {
-            const char* a = nullptr;
-            const char* b = nullptr;
-            if (method == "GetUnitFileState") {
-                sd_bus_message_read(m, "s", &a);
-            } else {
-                sd_bus_message_read(m, "ss", &a, &b);
-            }
-            call += std::string(" ") + (a ? a : "?") + (b ? std::string(" ") + b : "");
-        }
         std::string state;
         {
             std::lock_guard lock(self->mutex_);
-            self->calls_.push_back(call);
+            self->calls_.push_back(testing_support::describeCall(m));
             if (method == self->failing_) {
                 return sd_bus_error_set(error, "org.freedesktop.systemd1.UnitMasked", "Unit file is masked.");
             }
@@ -598,14 +342,11 @@ private:
     }
     static const sd_bus_vtable vtable[];
 
-    sd_bus* bus_ = nullptr;
-    bool ready_ = false;
-    std::atomic<bool> stop_{false};
-    std::thread thread_;
     std::mutex mutex_;
     std::vector<std::string> calls_;
     std::string state_ = "disabled";
     std::string failing_;
+    testing_support::BusService service_;  // last, so it stops before what it uses goes
 };
 
 const sd_bus_vtable FakeManager::vtable[] = {
@@ -620,33 +361,49 @@ const sd_bus_vtable FakeManager::vtable[] = {
     SD_BUS_VTABLE_END,
 };
 
-TEST(SystemdAgentService, ABusWithoutSystemdIsNotFound) {
-    if (!toolExists("dbus-daemon")) GTEST_SKIP() << "dbus-daemon is not installed";
-    TempFolder temp;
-    PrivateBus bus(temp.path());
-    ASSERT_TRUE(bus.ready());
-    auto service = std::make_shared<SystemdAgentService>(makeAgent(temp.path() + "/bin"));
-    quorv::HostScope scope(testHost(temp, service, {{"DBUS_SESSION_BUS_ADDRESS", bus.address()}}));
-    EXPECT_EQ(service->status(), ServiceStatus::notFound);
-    std::string error;
-    EXPECT_FALSE(service->registerService(error));
-    EXPECT_EQ(error.rfind("The systemd user manager can't be reached: ", 0), 0u) << error;
-    EXPECT_EQ(entriesOf(SystemdAgentService::unitFolder()), std::vector<std::string>{});
+class SystemdOnPrivateBus : public testing_support::PrivateBusTest {};
+
+// Whatever stands in the way, the agent counts as not found and registering leaves no unit files.
+TEST_F(SystemdOnPrivateBus, UnreachableOrUnrunnableIsNotFoundAndWritesNothing) {
+    const std::string agent = makeAgent(dir / "bin");
+    const struct {
+        const char* name;
+        std::string agent;
+        std::map<std::string, std::string> env;
+        std::string error;  // how the reason starts
+    } rows[] = {
+        {"no user bus", agent, {}, "The systemd user manager can't be reached: there is no user bus."},
+        {"a missing bus", agent, {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "no-such-bus"}},
+         "The systemd user manager can't be reached: "},
+        {"a bus without systemd", agent, busEnvironment(), "The systemd user manager can't be reached: "},
+        {"a missing agent", dir / "nowhere/brimstell-agent", busEnvironment(),
+         "The agent executable is missing: " + dir / "nowhere/brimstell-agent."},
+        {"a relative agent", "brimstell-agent", busEnvironment(), "The agent executable is missing: brimstell-agent."},
+        {"a path systemd refuses", makeAgent(dir / "it's"), busEnvironment(),
+         "systemd can't run the agent from a path with quotes, backslashes or control characters."},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto service = std::make_shared<SystemdAgentService>(row.agent);
+        quorv::HostScope scope(testHost(dir, service, row.env));
+        EXPECT_EQ(service->status(), ServiceStatus::notFound);
+        std::string error;
+        EXPECT_FALSE(service->registerService(error));
+        EXPECT_EQ(error.rfind(row.error, 0), 0u) << error;
+        EXPECT_FALSE(service->unregisterService(error));
+        AgentService::apply();
+        EXPECT_EQ(entriesOf(SystemdAgentService::unitFolder()), std::vector<std::string>{});
+    }
 }
 
-TEST(SystemdAgentService, RegistersAndUnregistersThroughTheUserManager) {
-    if (!toolExists("dbus-daemon")) GTEST_SKIP() << "dbus-daemon is not installed";
-    TempFolder temp;
-    PrivateBus bus(temp.path());
-    ASSERT_TRUE(bus.ready());
-    FakeManager manager(bus.address());
+TEST_F(SystemdOnPrivateBus, RegistersAndUnregistersThroughTheUserManager) {
+    FakeManager manager(bus->address());
     ASSERT_TRUE(manager.ready());
-    const std::string agent = makeAgent(temp.path() + "/Brimstell Apps");
+    const std::string agent = makeAgent(dir / "Brimstell Apps");
     auto service = std::make_shared<SystemdAgentService>(agent);
     // The bus is found through XDG_RUNTIME_DIR, the units go to XDG_CONFIG_HOME.
-    quorv::HostScope scope(
-        testHost(temp, service, {{"XDG_RUNTIME_DIR", temp.path()}, {"XDG_CONFIG_HOME", temp.path() + "/cfg"}}));
-    const std::string folder = temp.path() + "/cfg/systemd/user";
+    quorv::HostScope scope(testHost(dir, service, {{"XDG_RUNTIME_DIR", dir.path()}, {"XDG_CONFIG_HOME", dir / "cfg"}}));
+    const std::string folder = dir / "cfg/systemd/user";
 
     EXPECT_EQ(service->status(), ServiceStatus::notRegistered);
     EXPECT_EQ(manager.takeCalls(), std::vector<std::string>{});
@@ -655,59 +412,40 @@ TEST(SystemdAgentService, RegistersAndUnregistersThroughTheUserManager) {
     AgentService::apply();
     EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{
                                        "Reload",
-                                       "EnableUnitFiles brimstell-agent.timer runtime=0 force=1",
-                                       "StartUnit brimstell-agent.timer replace",
+                                       R"(EnableUnitFiles ["brimstell-agent.timer"] false true)",
+                                       R"(StartUnit "brimstell-agent.timer" "replace")",
                                    }));
     EXPECT_EQ(entriesOf(folder), (std::vector<std::string>{"brimstell-agent.service", "brimstell-agent.timer"}));
-    EXPECT_EQ(files::read(folder + "/brimstell-agent.timer"), SystemdAgentService::unitTexts(agent).timer);
-    const auto serviceText = files::read(folder + "/brimstell-agent.service");
-    ASSERT_TRUE(serviceText);
-    EXPECT_NE(serviceText->find("\nExecStart=\"" + agent + "\"\n"), std::string::npos);
-
-    const struct {
-        const char* state;
-        ServiceStatus status;
-    } rows[] = {
-        {"enabled", ServiceStatus::enabled},
-        {"enabled-runtime", ServiceStatus::enabled},
-        {"disabled", ServiceStatus::requiresApproval},
-        {"masked", ServiceStatus::requiresApproval},
-    };
-    for (const auto& row : rows) {
-        manager.setState(row.state);
-        EXPECT_EQ(service->status(), row.status) << row.state;
-        EXPECT_EQ(manager.takeCalls(), std::vector<std::string>{"GetUnitFileState brimstell-agent.timer"});
-    }
+    EXPECT_NE(files::read(folder + "/brimstell-agent.service").value_or("").find("\nExecStart=\"" + agent + "\"\n"),
+              std::string::npos);
+    EXPECT_EQ(service->status(), ServiceStatus::enabled);
+    EXPECT_EQ(manager.takeCalls(), std::vector<std::string>{R"(GetUnitFileState "brimstell-agent.timer")"});
 
     // Switched off by the user outside Brimstell: apply leaves it alone either way.
     manager.setState("disabled");
     AgentService::apply();
     ASSERT_TRUE(quorv::settings().set("backgroundChecks", false));
     AgentService::apply();
-    EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{"GetUnitFileState brimstell-agent.timer",
-                                                             "GetUnitFileState brimstell-agent.timer"}));
+    EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{R"(GetUnitFileState "brimstell-agent.timer")",
+                                                             R"(GetUnitFileState "brimstell-agent.timer")"}));
 
     manager.setState("enabled");
     AgentService::apply();
     EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{
-                                       "GetUnitFileState brimstell-agent.timer",
-                                       "StopUnit brimstell-agent.timer replace",
-                                       "DisableUnitFiles brimstell-agent.timer runtime=0",
+                                       R"(GetUnitFileState "brimstell-agent.timer")",
+                                       R"(StopUnit "brimstell-agent.timer" "replace")",
+                                       R"(DisableUnitFiles ["brimstell-agent.timer"] false)",
                                        "Reload",
                                    }));
     EXPECT_EQ(entriesOf(folder), std::vector<std::string>{});
     EXPECT_EQ(service->status(), ServiceStatus::notRegistered);
 }
 
-TEST(SystemdAgentService, AFailedRegistrationIsTakenBack) {
-    if (!toolExists("dbus-daemon")) GTEST_SKIP() << "dbus-daemon is not installed";
-    TempFolder temp;
-    PrivateBus bus(temp.path());
-    ASSERT_TRUE(bus.ready());
-    FakeManager manager(bus.address());
+TEST_F(SystemdOnPrivateBus, AFailedRegistrationIsTakenBack) {
+    FakeManager manager(bus->address());
     ASSERT_TRUE(manager.ready());
-    auto service = std::make_shared<SystemdAgentService>(makeAgent(temp.path() + "/bin"));
-    quorv::HostScope scope(testHost(temp, service, {{"DBUS_SESSION_BUS_ADDRESS", bus.address()}}));
+    auto service = std::make_shared<SystemdAgentService>(makeAgent(dir / "bin"));
+    quorv::HostScope scope(testHost(dir, service, busEnvironment()));
 
     manager.failing("EnableUnitFiles");
     std::string error;
@@ -715,9 +453,9 @@ TEST(SystemdAgentService, AFailedRegistrationIsTakenBack) {
     EXPECT_EQ(error, "EnableUnitFiles failed: Unit file is masked.");
     EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{
                                        "Reload",
-                                       "EnableUnitFiles brimstell-agent.timer runtime=0 force=1",
-                                       "StopUnit brimstell-agent.timer replace",
-                                       "DisableUnitFiles brimstell-agent.timer runtime=0",
+                                       R"(EnableUnitFiles ["brimstell-agent.timer"] false true)",
+                                       R"(StopUnit "brimstell-agent.timer" "replace")",
+                                       R"(DisableUnitFiles ["brimstell-agent.timer"] false)",
                                        "Reload",
                                    }));
     EXPECT_EQ(entriesOf(SystemdAgentService::unitFolder()), std::vector<std::string>{});

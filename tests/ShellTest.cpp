@@ -1,7 +1,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -12,11 +11,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "support/TestSupport.hpp"
 #include "support/host/Host.hpp"
+#include "support/posix/Files.hpp"
 #include "support/process/Shell.hpp"
 
 namespace {
@@ -45,8 +47,7 @@ bool processGone(pid_t pid) {
 }
 
 bool becomesGone(pid_t pid, double within) {
-    const auto start = Clock::now();
-    while (secondsSince(start) < within) {
+    for (const auto start = Clock::now(); secondsSince(start) < within;) {
         if (processGone(pid)) return true;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
@@ -60,8 +61,7 @@ std::vector<std::string> ourDescriptors() {
     const int own = ::dirfd(dir);
     while (dirent* e = ::readdir(dir)) {
         const std::string name = e->d_name;
-        if (name == "." || name == ".." || name == std::to_string(own)) continue;
-        names.push_back(name);
+        if (name != "." && name != ".." && name != std::to_string(own)) names.push_back(name);
     }
     ::closedir(dir);
     return names;
@@ -70,51 +70,90 @@ std::vector<std::string> ourDescriptors() {
 class ShellTest : public ::testing::Test {
 protected:
     std::shared_ptr<quorv::Host> host = quorv::hostFromEnvironment({{"PATH", "/usr/bin:/bin"}});
-    std::unique_ptr<quorv::HostScope> scope = std::make_unique<quorv::HostScope>(host);
-
-    std::filesystem::path tempFolder() {
-        char name[] = "/tmp/shelltest.XXXXXX";
-        const char* made = ::mkdtemp(name);
-        EXPECT_NE(made, nullptr);
-        folders_.push_back(made ? made : "");
-        return folders_.back();
-    }
-    void TearDown() override {
-        for (auto& f : folders_) {
-            std::error_code ec;
-            if (!f.empty()) std::filesystem::remove_all(f, ec);
-        }
-    }
-
-private:
-    std::vector<std::filesystem::path> folders_;
+    quorv::HostScope scope{host};
 };
 
-TEST_F(ShellTest, ExitStatusOrSignal) {
+TEST_F(ShellTest, HowARunEnds) {
     const struct {
         const char* script;
+        std::optional<double> limit;  // none: the default
         int status;
+        const char* output;
+        bool timedOut;
     } cases[] = {
-        {"exit 0", 0},
-        {"exit 3", 3},
-        {"exit 255", 255},
-        {"kill -TERM $$", 128 + SIGTERM},
-        {"kill -KILL $$", 128 + SIGKILL},
+        {"exit 0", {}, 0, "", false},
+        {"exit 3", {}, 3, "", false},
+        {"exit 255", {}, 255, "", false},
+        {"kill -TERM $$", {}, 128 + SIGTERM, "", false},
+        {"kill -KILL $$", {}, 128 + SIGKILL, "", false},
         // A tool with SIGPIPE ignored by us must still get the default, and die of it.
-        {"kill -PIPE $$", 128 + SIGPIPE},
+        {"kill -PIPE $$", {}, 128 + SIGPIPE, "", false},
+        // Limits that mean no limit.
+        {"echo ok; exit 4", 0.0, 4, "ok\n", false},
+        {"echo ok; exit 4", -1.0, 4, "ok\n", false},
+        {"echo ok; exit 4", std::nan(""), 4, "ok\n", false},
+        {"echo ok; exit 4", HUGE_VAL, 4, "ok\n", false},
+        {"echo ok; exit 4", 1e300, 4, "ok\n", false},
+        // The limit passes: SIGTERM, or SIGKILL after the grace for a tool that ignores SIGTERM.
+        {"echo started; sleep 30", 0.3, 128 + SIGTERM, "started\n", true},
+        {"trap '' TERM; echo stubborn; sleep 30", 0.3, 128 + SIGKILL, "stubborn\n", true},
+        // Closes its output and waits: the limit still holds.
+        {"exec >&-; sleep 30", 0.3, 128 + SIGTERM, "", true},
     };
     struct sigaction ignore {};
     struct sigaction previous {};
     ignore.sa_handler = SIG_IGN;
     ::sigaction(SIGPIPE, &ignore, &previous);
     for (const auto& c : cases) {
-        const ShellResult r = sh(c.script);
-        EXPECT_TRUE(r.started) << c.script;
-        EXPECT_FALSE(r.timedOut) << c.script;
-        EXPECT_EQ(r.status, c.status) << c.script;
-        EXPECT_EQ(r.succeeded(), c.status == 0) << c.script;
+        SCOPED_TRACE(std::string(c.script) + ", limit " + (c.limit ? std::to_string(*c.limit) : "default"));
+        ShellOptions options;
+        if (c.limit) options.timeLimit = *c.limit;
+        const auto start = Clock::now();
+        const ShellResult r = sh(c.script, options);
+        const double took = secondsSince(start);
+        EXPECT_TRUE(r.started);
+        EXPECT_EQ(r.timedOut, c.timedOut);
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_EQ(r.output, c.output);
+        EXPECT_EQ(r.succeeded(), c.status == 0 && !c.timedOut);
+        if (c.timedOut) {
+            EXPECT_GE(took, 0.3);
+            EXPECT_LT(took, 1.3);
+        }
     }
     ::sigaction(SIGPIPE, &previous, nullptr);
+}
+
+// What the tool leaves running in its process group: stopped with it when it times out or when
+// it still holds the output pipe; left alone, and not waited for, when its output goes elsewhere.
+TEST_F(ShellTest, WhatTheToolStartedNeverHangsTheRun) {
+    const struct {
+        const char* script;
+        double limit;
+        bool timedOut;
+        const char* after;  // printed after the grandchild's pid
+        bool stopped;
+    } cases[] = {
+        {"sleep 1000 & echo $!; sleep 1000", 0.3, true, "", true},
+        {"sleep 1000 & echo $!; echo done", 20, false, "done\n", true},
+        {"sleep 3 >/dev/null 2>&1 & echo $!", 20, false, "", false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.script);
+        ShellOptions options;
+        options.timeLimit = c.limit;
+        const auto start = Clock::now();
+        const ShellResult r = sh(c.script, options);
+        EXPECT_LT(secondsSince(start), 2.0);
+        EXPECT_EQ(r.timedOut, c.timedOut);
+        const pid_t grandchild = std::atoi(r.output.c_str());
+        ASSERT_GT(grandchild, 0);
+        EXPECT_EQ(r.output, std::to_string(grandchild) + "\n" + c.after);
+        if (c.stopped) {
+            EXPECT_TRUE(becomesGone(grandchild, 1.0));
+        }
+        if (!processGone(grandchild)) ::kill(grandchild, SIGKILL);
+    }
 }
 
 TEST_F(ShellTest, ArgumentsReachTheToolByteForByte) {
@@ -136,9 +175,7 @@ TEST_F(ShellTest, ArgumentsReachTheToolByteForByte) {
 TEST_F(ShellTest, EnvironmentIsTheHostsPlusTheExtras) {
     // Only the host's environment reaches the tool, never our process's own.
     ASSERT_EQ(::setenv("SHELLTEST_PROCESS_ONLY", "leak", 1), 0);
-    auto h = quorv::hostFromEnvironment({{"FOO", "bar"}, {"KEEP", "kept value"}});
-    quorv::HostScope inner(h);
-
+    quorv::HostScope inner(quorv::hostFromEnvironment({{"FOO", "bar"}, {"KEEP", "kept value"}}));
     const struct {
         std::map<std::string, std::string> extra;
         const char* expected;
@@ -158,23 +195,19 @@ TEST_F(ShellTest, EnvironmentIsTheHostsPlusTheExtras) {
 }
 
 TEST_F(ShellTest, RefusedOrUnstartableRunsNothing) {
-    const auto folder = tempFolder();
-    const auto marker = folder / "ran";
-    const auto tool = folder / "tool";
-    {
-        std::ofstream f(tool);
-        f << "#!/bin/sh\ntouch '" << marker.string() << "'\n";
-    }
-    ::chmod(tool.c_str(), 0755);
-    const auto plain = folder / "plain";
-    std::ofstream(plain) << "#!/bin/sh\ntouch '" << marker.string() << "'\n";
+    testing_support::TempDir folder;
+    const std::string marker = folder / "ran";
+    const std::string tool = folder / "tool";
+    const std::string plain = folder / "plain";
+    ASSERT_TRUE(quorv::files::writeAtomically(tool, "#!/bin/sh\ntouch '" + marker + "'\n", 0755));
+    ASSERT_TRUE(quorv::files::writeAtomically(plain, "#!/bin/sh\ntouch '" + marker + "'\n", 0644));
 
     ShellOptions inFolder;
-    inFolder.workingFolder = folder.string();
+    inFolder.workingFolder = folder.path();
     ShellOptions badName;
     badName.environment = {{"A=B", "x"}};
     ShellOptions missingFolder;
-    missingFolder.workingFolder = (folder / "absent").string();
+    missingFolder.workingFolder = folder / "absent";
 
     const struct {
         std::string program;
@@ -186,11 +219,11 @@ TEST_F(ShellTest, RefusedOrUnstartableRunsNothing) {
         {"./tool", {}, inFolder, "relative path"},
         {"", {}, inFolder, "empty path"},
         {"/nonexistent/brimstell-no-such-tool", {}, {}, "missing program"},
-        {plain.string(), {}, {}, "not executable"},
-        {folder.string(), {}, {}, "a folder"},
-        {tool.string(), {}, missingFolder, "working folder missing"},
-        {tool.string(), {std::string("a\0b", 3)}, {}, "NUL in an argument"},
-        {tool.string(), {}, badName, "= in a variable name"},
+        {plain, {}, {}, "not executable"},
+        {folder.path(), {}, {}, "a folder"},
+        {tool, {}, missingFolder, "working folder missing"},
+        {tool, {std::string("a\0b", 3)}, {}, "NUL in an argument"},
+        {tool, {}, badName, "= in a variable name"},
     };
     for (const auto& c : cases) {
         const ShellResult r = Shell::run(c.program, c.args, c.options);
@@ -200,11 +233,9 @@ TEST_F(ShellTest, RefusedOrUnstartableRunsNothing) {
     }
 
     // The same tool, named properly, does run, in the folder asked for.
-    const ShellResult r = Shell::run(tool.string(), {}, inFolder);
-    EXPECT_TRUE(r.started);
+    EXPECT_TRUE(Shell::run(tool, {}, inFolder).started);
     EXPECT_TRUE(std::filesystem::exists(marker));
-    const ShellResult pwd = Shell::run("/bin/pwd", {"-P"}, inFolder);
-    EXPECT_EQ(pwd.output, std::filesystem::canonical(folder).string() + "\n");
+    EXPECT_EQ(Shell::run("/bin/pwd", {"-P"}, inFolder).output, std::filesystem::canonical(folder.path()).string() + "\n");
 }
 
 TEST_F(ShellTest, LargeOutputOnBothPipesComesBackWhole) {
@@ -235,14 +266,15 @@ TEST_F(ShellTest, OutputBeyondTheCapIsReadAndDropped) {
         std::size_t cap;
         std::size_t kept;
         bool truncated;
+        int status;
     } cases[] = {
-        {"head -c 1000 /dev/zero", 1000, 1000, false},
-        {"head -c 1001 /dev/zero", 1000, 1000, true},
-        {"head -c 999 /dev/zero", 1000, 999, false},
-        {"echo x", 0, 0, true},
-        {"true", 0, 0, false},
+        {"head -c 1000 /dev/zero", 1000, 1000, false, 0},
+        {"head -c 1001 /dev/zero", 1000, 1000, true, 0},
+        {"head -c 999 /dev/zero", 1000, 999, false, 0},
+        {"echo x", 0, 0, true, 0},
+        {"true", 0, 0, false, 0},
         // The tool must not block on a full pipe once we stop keeping what it writes.
-        {"head -c 8000000 /dev/zero; exit 7", 4096, 4096, true},
+        {"head -c 8000000 /dev/zero; exit 7", 4096, 4096, true, 7},
     };
     for (const auto& c : cases) {
         ShellOptions options;
@@ -250,86 +282,10 @@ TEST_F(ShellTest, OutputBeyondTheCapIsReadAndDropped) {
         options.timeLimit = 10;
         const ShellResult r = sh(c.script, options);
         EXPECT_FALSE(r.timedOut) << c.script;
+        EXPECT_EQ(r.status, c.status) << c.script;
         EXPECT_EQ(r.output.size(), c.kept) << c.script;
         EXPECT_EQ(r.truncated, c.truncated) << c.script;
     }
-    ShellOptions small;
-    small.maxOutput = 4096;
-    EXPECT_EQ(sh("head -c 8000000 /dev/zero; exit 7", small).status, 7);
-}
-
-TEST_F(ShellTest, TimeLimitStopsTheToolAndWhatItStarted) {
-    const struct {
-        const char* script;
-        int status;
-        const char* output;
-    } cases[] = {
-        {"echo started; sleep 30", 128 + SIGTERM, "started\n"},
-        // Ignores SIGTERM: SIGKILL after the grace.
-        {"trap '' TERM; echo stubborn; sleep 30", 128 + SIGKILL, "stubborn\n"},
-        // Closes its output and waits: the limit still holds.
-        {"exec >&-; sleep 30", 128 + SIGTERM, ""},
-    };
-    for (const auto& c : cases) {
-        ShellOptions options;
-        options.timeLimit = 0.3;
-        const auto start = Clock::now();
-        const ShellResult r = sh(c.script, options);
-        const double took = secondsSince(start);
-        EXPECT_TRUE(r.started) << c.script;
-        EXPECT_TRUE(r.timedOut) << c.script;
-        EXPECT_FALSE(r.succeeded()) << c.script;
-        EXPECT_EQ(r.status, c.status) << c.script;
-        EXPECT_EQ(r.output, c.output) << c.script;
-        EXPECT_GE(took, 0.3) << c.script;
-        EXPECT_LT(took, 1.3) << c.script;
-    }
-
-    // A grandchild is stopped with the tool.
-    ShellOptions options;
-    options.timeLimit = 0.3;
-    const ShellResult r = sh("sleep 1000 & echo $!; sleep 1000", options);
-    EXPECT_TRUE(r.timedOut);
-    const pid_t grandchild = std::atoi(r.output.c_str());
-    ASSERT_GT(grandchild, 0);
-    EXPECT_TRUE(becomesGone(grandchild, 1.0));
-}
-
-TEST_F(ShellTest, LimitsThatMeanNoLimit) {
-    for (double limit : {0.0, -1.0, std::nan(""), HUGE_VAL, 1e300}) {
-        ShellOptions options;
-        options.timeLimit = limit;
-        const ShellResult r = sh("echo ok; exit 4", options);
-        EXPECT_FALSE(r.timedOut) << limit;
-        EXPECT_EQ(r.status, 4) << limit;
-        EXPECT_EQ(r.output, "ok\n") << limit;
-    }
-}
-
-TEST_F(ShellTest, GrandchildHoldingThePipeDoesNotHangTheRun) {
-    ShellOptions options;
-    options.timeLimit = 20;
-    const auto start = Clock::now();
-    const ShellResult r = sh("sleep 1000 & echo $!; echo done", options);
-    const double took = secondsSince(start);
-    EXPECT_TRUE(r.started);
-    EXPECT_FALSE(r.timedOut);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_LT(took, 2.0);
-    const pid_t grandchild = std::atoi(r.output.c_str());
-    ASSERT_GT(grandchild, 0);
-    EXPECT_EQ(r.output, std::to_string(grandchild) + "\ndone\n");
-    EXPECT_TRUE(becomesGone(grandchild, 1.0));
-    if (!processGone(grandchild)) ::kill(grandchild, SIGKILL);
-}
-
-TEST_F(ShellTest, GrandchildWithItsOutputElsewhereIsNotWaitedFor) {
-    const auto start = Clock::now();
-    const ShellResult r = sh("sleep 3 >/dev/null 2>&1 & echo $!");
-    EXPECT_LT(secondsSince(start), 2.0);
-    EXPECT_EQ(r.status, 0);
-    const pid_t grandchild = std::atoi(r.output.c_str());
-    if (grandchild > 0) ::kill(grandchild, SIGKILL);
 }
 
 TEST_F(ShellTest, ManyThreadsRunToolsAtOnce) {
@@ -360,10 +316,13 @@ TEST_F(ShellTest, ToolSeesOnlyTheStandardDescriptors) {
     for (bool capture : {false, true}) {
         ShellOptions options;
         options.captureErrors = capture;
-        const ShellResult r = sh("ls /proc/$$/fd", options);
-        EXPECT_EQ(r.output, "0\n1\n2\n") << capture;
+        EXPECT_EQ(sh("ls /proc/$$/fd", options).output, "0\n1\n2\n") << capture;
     }
     ::close(careless);
+    // Standard input is empty.
+    const ShellResult cat = Shell::run("/bin/cat", {});
+    EXPECT_EQ(cat.status, 0);
+    EXPECT_EQ(cat.output, "");
 
     // And no run leaves a descriptor behind in ours.
     const auto before = ourDescriptors();
@@ -378,12 +337,6 @@ TEST_F(ShellTest, ToolSeesOnlyTheStandardDescriptors) {
     badFolder.workingFolder = "/nonexistent/folder";
     Shell::run("/bin/true", {}, badFolder);
     EXPECT_EQ(ourDescriptors(), before);
-}
-
-TEST_F(ShellTest, StandardInputIsEmpty) {
-    const ShellResult r = Shell::run("/bin/cat", {});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.output, "");
 }
 
 }  // namespace

@@ -1,15 +1,18 @@
 #include "kit/agent/ProcessHost.hpp"
 
 #include "kit/agent/RecordedAgentService.hpp"
+#include "kit/files/SandboxTrash.hpp"
 #include "support/notify/OutboxNotifier.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
 #ifdef __APPLE__
 #include "kit/agent/MacAgentService.hpp"
+#include "kit/files/MacTrash.hpp"
 #include "support/notify/MacNotifier.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
 #else
 #include "kit/agent/SystemdAgentService.hpp"
+#include "kit/files/FreedesktopTrash.hpp"
 #include "support/notify/DBusNotifier.hpp"
 #endif
 
@@ -48,6 +51,17 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         h->agentService = makeMacAgentService();
 #else
         h->agentService = std::make_shared<SystemdAgentService>(h->executableDir + "/brimstell-agent");
+#endif
+    }
+
+    // The Trash: a sandbox Mac's ~/.Trash, else the platform's own.
+    if (h->sandbox) {
+        h->trash = std::make_shared<SandboxTrash>();
+    } else {
+#ifdef __APPLE__
+        h->trash = makeMacTrash();
+#else
+        h->trash = std::make_shared<FreedesktopTrash>();
 #endif
     }
     return h;

@@ -3,7 +3,6 @@
 namespace brimstell {
 
 namespace {
-// The Auto Clean defaults are the ones Auto Clean itself applies to an unwritten key.
 constexpr SettingKey table[] = {
     {keys::backgroundChecks, SettingType::boolean, "true", "the agent is registered to run hourly"},
     {keys::warnLowDisk, SettingType::boolean, "true", "low-disk alert on"},
@@ -19,10 +18,11 @@ constexpr SettingKey table[] = {
     {keys::autoCleanLastRun, SettingType::number, "0", "time of the last Auto Clean run (seconds since 1970)"},
     {keys::autoCleanLastFreed, SettingType::integer, "0", "bytes freed by the last Auto Clean run"},
     {keys::autoCleanRanOnce, SettingType::boolean, "false", "Auto Clean has run at least once"},
-    {keys::autoCleanEmptyTrash, SettingType::boolean, "", "Auto Clean also deletes old Trash items for good"},
-    {keys::autoCleanEmptyTrashDays, SettingType::integer, "", "age in days above which Trash items are deleted"},
-    {keys::autoCleanDownloads, SettingType::boolean, "", "Auto Clean also moves old downloads to the Trash"},
-    {keys::autoCleanDownloadsDays, SettingType::integer, "", "age in days above which downloads are moved"},
+    {keys::autoCleanJunk, SettingType::boolean, "true", "Auto Clean cleans the junk ticked by default"},
+    {keys::autoCleanEmptyTrash, SettingType::boolean, "false", "Auto Clean also deletes old Trash items for good"},
+    {keys::autoCleanEmptyTrashDays, SettingType::integer, "30", "age in days above which Trash items are deleted"},
+    {keys::autoCleanDownloads, SettingType::boolean, "false", "Auto Clean also moves old downloads to the Trash"},
+    {keys::autoCleanDownloadsDays, SettingType::integer, "90", "age in days above which downloads are untouched long enough to move"},
     {keys::alarmLowDisk, SettingType::boolean, "", "the low-disk alert was shown and still holds"},
     {keys::alarmBatteryWorn, SettingType::boolean, "", "the worn-battery alert was shown and still holds"},
     {keys::alarmDiskHealth, SettingType::boolean, "", "the disk alert was shown and still holds"},

@@ -21,6 +21,7 @@ inline constexpr const char* autoCleanFrequency = "autoClean.frequency";
 inline constexpr const char* autoCleanLastRun = "autoClean.lastRun";
 inline constexpr const char* autoCleanLastFreed = "autoClean.lastFreed";
 inline constexpr const char* autoCleanRanOnce = "autoClean.ranOnce";
+inline constexpr const char* autoCleanJunk = "autoClean.junk";
 inline constexpr const char* autoCleanEmptyTrash = "autoClean.emptyTrash";
 inline constexpr const char* autoCleanEmptyTrashDays = "autoClean.emptyTrashDays";
 inline constexpr const char* autoCleanDownloads = "autoClean.downloads";

@@ -1,17 +1,17 @@
 #pragma once
+// One found file or folder: the unit of every scanner's result and of every clean.
 
 #include <cstdint>
 #include <string>
 
 namespace brimstell {
 
-// One found file or folder: the unit of every scanner's result and of every clean.
 struct FileItem {
-    std::string location;   // full path (a real location, under the sandbox root when there is one)
-    std::string label;      // what a list shows for it
-    std::int64_t size = 0;  // allocated bytes
-
-    bool operator==(const FileItem&) const = default;
+    std::string location;    // where it is
+    std::string id;          // a fresh UUID per found item
+    std::int64_t size = 0;   // allocated bytes
+    bool selected = true;    // ticked within its category
+    std::string label;       // what the list shows
 };
 
 }  // namespace brimstell

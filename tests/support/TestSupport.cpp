@@ -115,4 +115,20 @@ std::string readText(const std::string& path) {
     return ss.str();
 }
 
+std::vector<std::string> linesOf(const std::string& path) {
+    std::vector<std::string> lines;
+    std::istringstream in(readText(path));
+    for (std::string line; std::getline(in, line);) lines.push_back(line);
+    return lines;
+}
+
+std::optional<std::string> findTool(const std::string& name) {
+    const char* path = std::getenv("PATH");
+    std::istringstream dirs(path ? path : "/usr/bin:/bin");
+    for (std::string dir; std::getline(dirs, dir, ':');) {
+        if (!dir.empty() && ::access((dir + "/" + name).c_str(), X_OK) == 0) return dir + "/" + name;
+    }
+    return std::nullopt;
+}
+
 }  // namespace testing_support

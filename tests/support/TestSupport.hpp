@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -61,5 +62,10 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
                      const std::map<std::string, std::string>& environment);
 
 std::string readText(const std::string& path);
+// The file's lines without their line feeds; none when it can't be read.
+std::vector<std::string> linesOf(const std::string& path);
+
+// The absolute path of a program on PATH.
+std::optional<std::string> findTool(const std::string& name);
 
 }  // namespace testing_support
