@@ -9,5 +9,6 @@ void addAgentCommands(CLI::App& app, int& exitCode);
 void addSettingsCommands(CLI::App& app, int& exitCode);
 void addDemoCommand(CLI::App& app, int& exitCode);
 void addHelperCommands(CLI::App& app, int& exitCode);
+void addFilesCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

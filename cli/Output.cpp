@@ -2,7 +2,10 @@
 
 #include <cstdio>
 
+#include <fmt/format.h>
+
 #include "support/host/Host.hpp"
+#include "support/text/Utf8.hpp"
 
 namespace cli {
 
@@ -55,6 +58,41 @@ void error(const std::string& message) { std::fprintf(stderr, "brimstell: %s\n",
 std::string timeText(double t) {
     if (t <= 0) return "never";
     return quorv::host().calendar.shortText(t);
+}
+
+std::string shownPath(const std::string& path) {
+    bool plain = quorv::isValidUtf8(path) && path.rfind("$'", 0) != 0;
+    for (unsigned char c : path) {
+        if (c < 0x20 || c == 0x7F) plain = false;
+    }
+    if (plain) return path;
+    const bool utf8 = quorv::isValidUtf8(path);
+    std::string out = "$'";
+    for (unsigned char c : path) {
+        switch (c) {
+            case '\n': out += "\\n"; break;
+            case '\t': out += "\\t"; break;
+            case '\r': out += "\\r"; break;
+            case '\\': out += "\\\\"; break;
+            case '\'': out += "\\'"; break;
+            default:
+                if (c < 0x20 || c == 0x7F || (c >= 0x80 && !utf8)) {
+                    out += fmt::format("\\x{:02x}", c);
+                } else {
+                    out += static_cast<char>(c);
+                }
+        }
+    }
+    return out + "'";
+}
+
+void putPath(Json& object, const std::string& key, const std::string& path) {
+    if (quorv::isValidUtf8(path)) {
+        object[key] = path;
+        return;
+    }
+    object[key] = quorv::validUtf8(path);
+    object[key + "Bytes"] = quorv::base64Encode(path);
 }
 
 }  // namespace cli

@@ -21,4 +21,12 @@ void error(const std::string& message);
 // "never" for 0, else the local date and time.
 std::string timeText(double secondsSince1970);
 
+// A path as a line of text shows it: as it is when it is printable UTF-8, else in $'…' quoting
+// with \n, \t and \xNN escapes (as ls writes such names), so that no name breaks a line or passes
+// for another.
+std::string shownPath(const std::string& path);
+// Puts a path into a JSON object under key; a path that is not UTF-8 is written readable under key
+// and exactly, as base64, under key + "Bytes".
+void putPath(Json& object, const std::string& key, const std::string& path);
+
 }  // namespace cli

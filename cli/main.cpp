@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
     int exitCode = 0;
     cli::addAgentCommands(app, exitCode);
     cli::addSettingsCommands(app, exitCode);
+    cli::addFilesCommands(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);

@@ -20,6 +20,7 @@
 #include "kit/agent/ProcessHost.hpp"
 #include "kit/agent/RecordedAgentService.hpp"
 #include "kit/files/Admin.hpp"
+#include "kit/files/History.hpp"
 #include "kit/files/InProcessHelperTransport.hpp"
 #include "kit/files/SocketHelperTransport.hpp"
 #include "shared/helper/HelperWire.hpp"
@@ -517,7 +518,16 @@ TEST(Admin, TrashRestoreAndEmptyThroughTheInProcessHelper) {
     const std::string folder = root + "/Library/Caches/com.example.cache";
     const std::string log = bench.mac.writeFile("/Library/Logs/old.log", "old");
 
-    EXPECT_EQ(Admin::trash({folder, log, root + "/Library/Caches/missing"}), (std::set<std::string>{folder, log}));
+    const auto moved = Admin::moveToTrash({folder, log, root + "/Library/Caches/missing"}, std::string("Junk"));
+    ASSERT_TRUE(moved);
+    EXPECT_EQ(*moved, (std::map<std::string, std::string>{{folder, root + "/Users/ann/.Trash/com.example.cache"},
+                                                          {log, root + "/Users/ann/.Trash/old.log"}}));
+    const auto entries = brimstell::History::shared().entries();
+    ASSERT_EQ(entries.size(), 2u);
+    EXPECT_EQ(entries[0].source, "Junk");
+    EXPECT_TRUE(entries[0].isRoot() && entries[1].isRoot());
+    EXPECT_EQ(entries[1].original, "/Library/Logs/old.log");
+    EXPECT_EQ(entries[1].trashed, "/Users/ann/.Trash/old.log");
     EXPECT_FALSE(fs::exists(folder));
     const std::string inTrash = root + "/Users/ann/.Trash/com.example.cache";
     EXPECT_EQ(testing_support::readText(inTrash + "/data"), "cached");
@@ -541,6 +551,13 @@ TEST(Admin, WithoutAHelperEverythingSaysSo) {
     bench.host->helper = nullptr;
     quorv::HostScope scope(bench.host);
     const std::string root = bench.mac.root();
+    // A root entry of the history can't be put back either.
+    Admin::connectHistory();
+    auto& history = brimstell::History::shared();
+    history.recordRoot({brimstell::RootMove{"/Library/Caches/x", "/Users/ann/.Trash/x", 10}}, 1'790'000'000);
+    ASSERT_EQ(history.entries().size(), 1u);
+    EXPECT_EQ(history.restore(history.entries()[0]).message(),
+              "Couldn't restore: putting back what it removed needs admin access");
     EXPECT_FALSE(Admin::start());
     EXPECT_EQ(Admin::trash({root + "/Library/Caches/x"}), std::set<std::string>{});
     EXPECT_EQ(Admin::restore({{root + "/Users/ann/.Trash/x", root + "/Library/Caches/x"}}),

@@ -20,6 +20,7 @@
 
 #include "kit/agent/ProcessHost.hpp"
 #include "kit/files/Admin.hpp"
+#include "kit/files/History.hpp"
 #include "kit/files/SocketHelperTransport.hpp"
 #include "shared/helper/HelperWire.hpp"
 #include "support/TestSupport.hpp"
@@ -193,7 +194,17 @@ TEST_F(HelperDaemon, HandshakeThenTrashAndRestoreEndToEnd) {
     ASSERT_EQ(log.size(), 1u);
     EXPECT_EQ(log[0].rfind(me + "/.Trash/com.example.cache\t/Library/Caches/com.example.cache\t", 0), 0u) << log[0];
 
-    EXPECT_EQ(Admin::restore({{inTrash, folder}}), std::vector<HelperOutcome>{HelperOutcome::done});
+    // The history holds it as moved by root, with the helper's paths, and puts it back through
+    // the helper.
+    auto& history = brimstell::History::shared();
+    const auto entries = history.entries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].original, "/Library/Caches/com.example.cache");
+    EXPECT_EQ(entries[0].trashed, me + "/.Trash/com.example.cache");
+    EXPECT_TRUE(entries[0].isRoot());
+    Admin::connectHistory();
+    const auto restored = history.restore(entries[0]);
+    EXPECT_TRUE(restored.ok()) << restored.message();
     EXPECT_EQ(testing_support::readText(folder + "/data"), "cached");
     EXPECT_EQ(testing_support::linesOf(root + "/Library/Application Support/Brimstell/helper-moved.log"),
               std::vector<std::string>{});

@@ -1,6 +1,7 @@
 #include "kit/agent/ProcessHost.hpp"
 
 #include "kit/agent/RecordedAgentService.hpp"
+#include "kit/files/Admin.hpp"
 #include "kit/files/InProcessHelperTransport.hpp"
 #include "kit/files/SocketHelperTransport.hpp"
 #include "support/notify/OutboxNotifier.hpp"
@@ -80,6 +81,10 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
     return h;
 }
 
-void installProcessHost() { quorv::setProcessHost(makeHost(quorv::processEnvironment())); }
+void installProcessHost() {
+    quorv::setProcessHost(makeHost(quorv::processEnvironment()));
+    // The history puts back what the root helper moved through the helper client.
+    Admin::connectHistory();
+}
 
 }  // namespace brimstell

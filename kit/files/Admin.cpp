@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "kit/files/AdminLog.hpp"
+#include "kit/files/History.hpp"
 #include "shared/helper/HelperFiles.hpp"
 #include "shared/helper/HelperInfo.hpp"
 #include "support/host/HelperTransport.hpp"
@@ -202,8 +203,15 @@ std::vector<HelperOutcome> outcomes(const std::optional<std::string>& reply, con
     return result;
 }
 
-// The moved pairs go to the cleaning history as moved by root.
-void recordRootMoves(const std::vector<std::pair<std::string, std::string>>& pairs) { (void)pairs; }
+// The moved pairs go to the cleaning history as moved by root, with the paths the helper gave.
+void recordRootMoves(const std::vector<std::pair<std::string, std::string>>& pairs,
+                     const std::optional<std::string>& source) {
+    if (pairs.empty()) return;
+    std::vector<RootMove> moves;
+    moves.reserve(pairs.size());
+    for (const auto& [original, inTrash] : pairs) moves.push_back(RootMove{original, inTrash, std::nullopt});
+    History::shared().recordRoot(moves, quorv::host().now(), source);
+}
 
 }  // namespace
 
@@ -329,7 +337,16 @@ std::vector<std::pair<std::string, std::string>> Admin::movedPairs(std::string_v
     return pairs;
 }
 
-std::set<std::string> Admin::trash(const std::vector<std::string>& locations) {
+std::set<std::string> Admin::trash(const std::vector<std::string>& locations, const std::optional<std::string>& source) {
+    std::set<std::string> moved;
+    if (auto where = moveToTrash(locations, source)) {
+        for (const auto& [location, inTrash] : *where) moved.insert(location);
+    }
+    return moved;
+}
+
+std::optional<std::map<std::string, std::string>> Admin::moveToTrash(const std::vector<std::string>& locations,
+                                                                     const std::optional<std::string>& source) {
     // Each path as sent, with the location it stands for.
     std::map<std::string, std::string> sent;
     std::vector<std::string> list;
@@ -340,16 +357,18 @@ std::set<std::string> Admin::trash(const std::vector<std::string>& locations) {
         sent.emplace(*path, location);
         list.push_back(*path);
     }
-    if (list.empty() || !start()) return {};
+    if (list.empty()) return std::map<std::string, std::string>();
+    if (!start()) return std::nullopt;
     const auto reply = callHelper("trash", "", list);
-    if (!reply) return {};
+    if (!reply) return std::nullopt;
 
     std::set<std::string> sentPaths;
     for (const auto& [path, location] : sent) sentPaths.insert(path);
     const auto pairs = movedPairs(*reply, sentPaths);
-    std::set<std::string> moved;
-    for (const auto& [original, inTrash] : pairs) moved.insert(sent.at(original));
-    recordRootMoves(pairs);
+    std::map<std::string, std::string> moved;
+    const auto& h = quorv::host();
+    for (const auto& [original, inTrash] : pairs) moved.emplace(sent.at(original), h.path(inTrash));
+    recordRootMoves(pairs, source);
     return moved;
 }
 
@@ -483,6 +502,16 @@ bool Admin::uninstallHelper() {
         s.ready = false;
     }
     return ok;
+}
+
+void Admin::connectHistory() {
+    History::setRootRestorer([](const std::string& trashPath, const std::string& originalPath) -> std::optional<bool> {
+        // The history keeps the helper's own paths; Admin takes locations.
+        const auto& h = quorv::host();
+        const auto outcome = Admin::restore({{h.path(trashPath), h.path(originalPath)}});
+        if (outcome.empty() || outcome[0] == HelperOutcome::unavailable) return std::nullopt;
+        return outcome[0] == HelperOutcome::done;
+    });
 }
 
 void Admin::requestAccess() {

@@ -12,6 +12,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -75,8 +76,13 @@ struct Admin {
 
     // Moves what the user can't move into the right Trash. Locations that canTrash refuses are
     // never sent; with none left the helper isn't even started. Returns the locations moved, and
-    // records them in the cleaning history as moved by root.
-    static std::set<std::string> trash(const std::vector<std::string>& locations);
+    // records them in the cleaning history as moved by root (under source, when given).
+    static std::set<std::string> trash(const std::vector<std::string>& locations,
+                                       const std::optional<std::string>& source = std::nullopt);
+    // The same, telling where each moved location went (its location in the Trash); nullopt when
+    // the helper was needed and could not be used.
+    static std::optional<std::map<std::string, std::string>> moveToTrash(
+        const std::vector<std::string>& locations, const std::optional<std::string>& source = std::nullopt);
     // Puts back what the helper moved: (location in the Trash, original location) pairs.
     static std::vector<HelperOutcome> restore(const std::vector<std::pair<std::string, std::string>>& pairs);
     // Deletes for good items directly in the user's Trash.
@@ -101,6 +107,10 @@ struct Admin {
     static bool uninstallHelper();
     // Sends the user to where the helper is approved, when the platform has such a place.
     static void requestAccess();
+
+    // Lets the cleaning history put back what the helper moved (History::setRootRestorer).
+    // Idempotent; the process host's installer calls it.
+    static void connectHistory();
 
     // The helper's replies read, for the operations above (pure, apart from mapping paths through
     // the host). Lines and records that don't have the expected shape are skipped.

@@ -1,14 +1,29 @@
 #include "kit/files/FS.hpp"
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <limits>
+#include <mutex>
+#include <system_error>
+#include <thread>
+#include <unordered_set>
 
+#include "kit/files/FileEvents.hpp"
+#include "kit/files/History.hpp"
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
+#include "support/host/TrashBackend.hpp"
+#include "support/process/Shell.hpp"
+
+#ifdef __APPLE__
+#include "kit/files/FSMac.hpp"
+#endif
 
 namespace brimstell {
 
@@ -60,6 +75,292 @@ std::int64_t FS::size(const std::string& path) {
     if (path.empty() || ::lstat(path.c_str(), &st) != 0) return 0;
     if (S_ISDIR(st.st_mode)) return SizeWalker::walk(path).bytes;
     return fileSize(path);
+}
+
+// ---- Cloud storage ----
+
+namespace {
+
+// The path as the platform standardises a location: no empty or "." parts, ".." taken back
+// lexically, no trailing "/".
+std::string standardized(const std::string& path) {
+    if (path.empty()) return path;
+    const bool absolute = path[0] == '/';
+    std::vector<std::string_view> parts;
+    std::string_view rest(path);
+    while (!rest.empty()) {
+        const auto slash = rest.find('/');
+        const std::string_view part = rest.substr(0, slash);
+        rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+        if (part.empty() || part == ".") continue;
+        if (part == "..") {
+            if (!parts.empty() && parts.back() != "..") {
+                parts.pop_back();
+                continue;
+            }
+            if (absolute) continue;  // "/.." is "/"
+        }
+        parts.push_back(part);
+    }
+    std::string out = absolute ? "/" : "";
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        if (i > 0) out += '/';
+        out += parts[i];
+    }
+    return out.empty() ? "." : out;
+}
+
+bool isSameOrInside(const std::string& path, const std::string& folder) {
+    return path == folder ||
+           (path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 && path[folder.size()] == '/');
+}
+
+std::string lastComponent(const std::string& path) {
+    const auto slash = path.find_last_of('/');
+    return slash == std::string::npos ? path : path.substr(slash + 1);
+}
+
+}  // namespace
+
+std::vector<std::string> FS::cloudRoots() {
+    const auto& h = quorv::host();
+    return {h.inHome("Library/CloudStorage"), h.inHome("Library/Mobile Documents")};
+}
+
+const std::set<std::string>& FS::unsyncedCacheNames() {
+    static const std::set<std::string> names{".dropbox.cache", ".debris"};
+    return names;
+}
+
+const std::vector<std::string>& FS::wholeDiskSkips() {
+    static const std::vector<std::string> skips{
+        "/Volumes",         "/System",           "/.Spotlight-V100", "/.fseventsd",
+        "/.DocumentRevisions-V100", "/.TemporaryItems", "/.vol",     "/private/var/vm",
+        "/private/var/db",  "/private/var/run",  "/home",            "/net",
+        "/MobileSoftwareUpdate", "/.PreviousSystemInformation",
+    };
+    return skips;
+}
+
+bool FS::isCloudSynced(const std::string& location) {
+    const std::string path = standardized(location);
+    for (const auto& root : cloudRoots()) {
+        if (isSameOrInside(path, standardized(root))) return true;
+    }
+    // Another account's synced folders, on the Mac's own paths.
+    const std::string system = quorv::host().systemPath(path).value_or(path);
+    std::vector<std::string_view> pieces;
+    std::string_view rest(system);
+    while (!rest.empty() && pieces.size() < 4) {
+        const auto slash = rest.find('/');
+        const std::string_view piece = rest.substr(0, slash);
+        rest = slash == std::string_view::npos ? std::string_view() : rest.substr(slash + 1);
+        if (!piece.empty()) pieces.push_back(piece);
+    }
+    return pieces.size() >= 4 && pieces[0] == "Users" && pieces[2] == "Library" &&
+           (pieces[3] == "CloudStorage" || pieces[3] == "Mobile Documents");
+}
+
+bool FS::isUbiquitous(const std::string& path) {
+#ifdef __APPLE__
+    return mac::isUbiquitousItem(path);
+#else
+    (void)path;
+    return false;
+#endif
+}
+
+// ---- The mover ----
+
+namespace {
+
+// The form in which paths are compared for the ancestor rule: no doubled or trailing "/".
+std::string comparable(const std::string& path) {
+    std::string out;
+    out.reserve(path.size());
+    for (char c : path) {
+        if (c == '/' && !out.empty() && out.back() == '/') continue;
+        out += c;
+    }
+    while (out.size() > 1 && out.back() == '/') out.pop_back();
+    return out;
+}
+
+// Indices of the paths to move: the first of each path, and none whose ancestor is listed.
+std::vector<std::size_t> withoutDescendants(const std::vector<std::string>& paths) {
+    std::vector<std::string> keys;
+    keys.reserve(paths.size());
+    for (const auto& p : paths) keys.push_back(comparable(p));
+    const std::unordered_set<std::string> listed(keys.begin(), keys.end());
+    std::unordered_set<std::string> taken;
+    std::vector<std::size_t> kept;
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        const std::string& k = keys[i];
+        if (k.empty() || !taken.insert(k).second) continue;
+        bool inside = false;
+        for (std::size_t slash = k.find('/', 1); slash != std::string::npos && !inside; slash = k.find('/', slash + 1)) {
+            inside = listed.count(k.substr(0, slash)) > 0;
+        }
+        if (!inside) kept.push_back(i);
+    }
+    return kept;
+}
+
+constexpr const char* syncedReason = "It is synced to the cloud: removing it here would remove it everywhere.";
+constexpr const char* noTrashReason = "There is no Trash to move it to.";
+
+}  // namespace
+
+TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std::string, std::int64_t>& sizes,
+                      const std::optional<std::string>& source) {
+    const std::vector<std::size_t> kept = withoutDescendants(paths);
+    const auto trashBackend = quorv::host().trash;
+
+    std::mutex mutex;  // guards everything below it
+    std::int64_t freed = 0;
+    std::vector<std::pair<std::size_t, MovedItem>> moved;
+    std::vector<std::pair<std::size_t, std::string>> failed;
+    std::map<std::string, std::string> reasons;
+
+    auto moveOne = [&](std::size_t index) {
+        const std::string& path = paths[index];
+        auto fail = [&](std::string why) {
+            std::lock_guard lock(mutex);
+            failed.emplace_back(index, path);
+            reasons.emplace(path, std::move(why));
+        };
+        if ((isCloudSynced(path) || isUbiquitous(path)) &&
+            unsyncedCacheNames().count(lastComponent(comparable(path))) == 0) {
+            fail(syncedReason);
+            return;
+        }
+        if (!trashBackend) {
+            fail(noTrashReason);
+            return;
+        }
+        const auto given = sizes.find(path);
+        const std::int64_t bytes = given != sizes.end() ? given->second : size(path);
+        std::string error;
+        const auto location = trashBackend->moveToTrash(path, error);
+        if (!location) {
+            fail(error.empty() ? "It could not be moved to the Trash." : error);
+            return;
+        }
+        std::lock_guard lock(mutex);
+        freed += bytes;
+        moved.emplace_back(index, MovedItem{path, location, bytes});
+    };
+
+    // A few movers; each takes the next item until none is left. Moves are mostly renames, and a
+    // size to measure runs its own parallel walk.
+    std::atomic<std::size_t> next{0};
+    auto work = [&] {
+        for (std::size_t k = next++; k < kept.size(); k = next++) {
+            try {
+                moveOne(kept[k]);
+            } catch (const std::exception&) {
+                std::lock_guard lock(mutex);
+                failed.emplace_back(kept[k], paths[kept[k]]);
+            }
+        }
+    };
+    const std::size_t threadCount = std::min<std::size_t>(kept.size(), 4);
+    std::vector<std::thread> threads;
+    if (threadCount > 1) {
+        const auto h = quorv::currentHost();
+        for (std::size_t t = 0; t < threadCount; ++t) {
+            try {
+                threads.emplace_back([&work, h] {
+                    quorv::HostScope scope(h);
+                    work();
+                });
+            } catch (const std::system_error&) {
+                break;  // no more threads to be had: the others (and this one) do the rest
+            }
+        }
+    }
+    work();
+    for (auto& t : threads) t.join();
+
+    std::sort(moved.begin(), moved.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::sort(failed.begin(), failed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    TrashResult result;
+    result.freed = freed;
+    for (auto& m : moved) result.moved.push_back(std::move(m.second));
+    for (auto& f : failed) result.failed.push_back(std::move(f.second));
+    result.reasons = std::move(reasons);
+
+    if (!result.moved.empty()) History::shared().record(result.moved, source, quorv::host().now());
+    FileEvents::post(FileEvents::sweepDidClean);
+    return result;
+}
+
+TrashResult FS::trash(const std::vector<FileItem>& items, const std::optional<std::string>& source) {
+    std::vector<std::string> paths;
+    std::map<std::string, std::int64_t> sizes;
+    paths.reserve(items.size());
+    for (const auto& item : items) {
+        paths.push_back(item.location);
+        sizes.emplace(item.location, item.size);
+    }
+    return trash(paths, sizes, source);
+}
+
+// ---- Access and volumes ----
+
+bool FS::hasFullDiskAccess() {
+    const auto& h = quorv::host();
+    if (!h.isMac()) return true;
+    DIR* dir = ::opendir(h.inHome("Library/Safari").c_str());
+    if (!dir) return false;
+    ::closedir(dir);
+    return true;
+}
+
+bool FS::openFullDiskAccessSettings() {
+    const auto& h = quorv::host();
+    if (!h.isMac()) return false;
+    quorv::ShellOptions options;
+    options.timeLimit = 10;
+    const std::string open = h.path("/usr/bin/open");
+    return quorv::Shell::run(open, {fullDiskAccessURL}, options).succeeded();
+}
+
+namespace {
+
+// Folders (not links, not hidden) directly in folder; with mountsOnly, only those on another
+// device than folder, that is mount points.
+void addVolumes(const std::string& folder, bool mountsOnly, std::vector<ExternalVolume>& out) {
+    DIR* dir = ::opendir(folder.c_str());
+    if (!dir) return;
+    struct stat parent{};
+    const bool haveParent = ::fstat(::dirfd(dir), &parent) == 0;
+    std::vector<ExternalVolume> found;
+    while (const dirent* e = ::readdir(dir)) {
+        const std::string name = e->d_name;
+        if (name.empty() || name[0] == '.') continue;
+        struct stat st{};
+        if (::fstatat(::dirfd(dir), e->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode)) continue;
+        if (mountsOnly && (!haveParent || st.st_dev == parent.st_dev)) continue;
+        found.push_back({folder + "/" + name, name});
+    }
+    ::closedir(dir);
+    std::sort(found.begin(), found.end(), [](const auto& a, const auto& b) { return a.name < b.name; });
+    out.insert(out.end(), found.begin(), found.end());
+}
+
+}  // namespace
+
+std::vector<ExternalVolume> FS::externalVolumes() {
+    const auto& h = quorv::host();
+    std::vector<ExternalVolume> volumes;
+    addVolumes(h.path("/Volumes"), false, volumes);
+    if (!h.isMac() && !h.sandbox && !h.userName.empty()) {
+        // Desktop Linux mounts removable media per user; a folder left behind there is not a volume.
+        addVolumes(h.path("/media/" + h.userName), true, volumes);
+        addVolumes(h.path("/run/media/" + h.userName), true, volumes);
+    }
+    return volumes;
 }
 
 }  // namespace brimstell

@@ -1,0 +1,374 @@
+// brimstell size PATH… | trash PATH… | history | restore ID… | restore --session ID
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <map>
+#include <optional>
+
+#include <fmt/format.h>
+
+#include "cli/Commands.hpp"
+#include "cli/Output.hpp"
+#include "cli/Spinner.hpp"
+#include "kit/files/Admin.hpp"
+#include "kit/files/FS.hpp"
+#include "kit/files/History.hpp"
+#include "support/host/Host.hpp"
+#include "support/posix/Files.hpp"
+#include "support/text/SizeText.hpp"
+
+namespace cli {
+
+// What became of one path handed to the privileged helper.
+struct HelperOutcome {
+    std::string path;
+    std::optional<std::string> trashed;  // where the helper put it
+    std::string reason;                  // why not, when it didn't
+};
+
+namespace {
+// What the history shows as the source of a clean from the command line.
+constexpr const char* commandLineSource = "Command line";
+}  // namespace
+
+// The seam to the privileged helper for paths the user's account can't move: the helper client
+// moves what it may and records the moves in the history as root entries itself.
+std::vector<HelperOutcome> handToHelper(const std::vector<std::string>& paths) {
+    std::vector<HelperOutcome> out;
+    out.reserve(paths.size());
+    if (paths.empty()) return out;
+    const auto moved = brimstell::Admin::moveToTrash(paths, std::string(commandLineSource));
+    for (const auto& p : paths) {
+        if (!brimstell::Admin::canTrash(p)) {
+            out.push_back({p, std::nullopt, "It is protected: the helper never touches it."});
+        } else if (!moved) {
+            out.push_back({p, std::nullopt, "needs admin access"});
+        } else if (auto it = moved->find(p); it != moved->end()) {
+            out.push_back({p, it->second, ""});
+        } else {
+            out.push_back({p, std::nullopt, "The helper could not move it."});
+        }
+    }
+    return out;
+}
+
+namespace {
+
+std::string absolute(const std::string& path) {
+    if (!path.empty() && path[0] == '/') return path;
+    std::string cwd(4096, '\0');
+    if (!::getcwd(cwd.data(), cwd.size())) return path;
+    cwd.resize(cwd.find('\0'));
+    return (cwd == "/" ? "" : cwd) + "/" + path;
+}
+
+// Whether renaming path out of its folder needs more than this account may do: a folder it can't
+// write, or a sticky folder (such as /tmp) where neither the folder nor the item is its own.
+bool userCannotMove(const std::string& path) {
+    const std::string folder = quorv::files::parentOf(path);
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) return errno == EACCES || errno == EROFS || errno == EPERM;
+    struct stat dir{}, item{};
+    if (::stat(folder.c_str(), &dir) != 0 || ::lstat(path.c_str(), &item) != 0) return false;
+    const uid_t me = quorv::host().uid;
+    return (dir.st_mode & S_ISVTX) && me != 0 && dir.st_uid != me && item.st_uid != me;
+}
+
+// ---- size ----
+
+void runSize(const std::vector<std::string>& paths, bool json, bool exactBytes, int& exitCode) {
+    std::vector<std::int64_t> sizes;
+    std::vector<bool> missing;
+    {
+        Spinner spinner("Measuring…");
+        for (const auto& p : paths) {
+            struct stat st{};
+            missing.push_back(::lstat(p.c_str(), &st) != 0);
+            sizes.push_back(brimstell::FS::size(p));
+        }
+    }
+    std::int64_t total = 0;
+    for (auto s : sizes) total += s;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        if (missing[i]) {
+            error(shownPath(paths[i]) + ": nothing is there");
+            exitCode = 1;
+        }
+    }
+    if (json) {
+        Json items = Json::array();
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            Json item = Json::object();
+            putPath(item, "path", paths[i]);
+            item["bytes"] = sizes[i];
+            item["size"] = quorv::formatSize(sizes[i]);
+            items.push_back(std::move(item));
+        }
+        printJson(Json{{"items", std::move(items)}, {"total", total}, {"totalSize", quorv::formatSize(total)}});
+        return;
+    }
+    auto text = [exactBytes](std::int64_t n) { return exactBytes ? std::to_string(n) : quorv::formatSize(n); };
+    std::size_t width = text(total).size();
+    for (auto s : sizes) width = std::max(width, text(s).size());
+    for (std::size_t i = 0; i < paths.size(); ++i) fmt::print("{:>{}}  {}\n", text(sizes[i]), width, shownPath(paths[i]));
+    if (paths.size() > 1) fmt::print("{:>{}}  total\n", text(total), width);
+}
+
+// ---- trash ----
+
+struct TrashLine {
+    std::string path;
+    std::optional<std::string> trashed;
+    std::int64_t size = 0;
+    std::string reason;         // why it was not moved
+    std::string withFolder;     // listed inside another listed path: moved (or not) with that one
+};
+
+// True when folder is a path above path (or the same path written another way, with a final "/").
+bool holds(const std::string& folder, const std::string& path) {
+    std::string f = folder, p = path;
+    while (f.size() > 1 && f.back() == '/') f.pop_back();
+    while (p.size() > 1 && p.back() == '/') p.pop_back();
+    return p == f || (p.size() > f.size() && p.compare(0, f.size(), f) == 0 && p[f.size()] == '/');
+}
+
+void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
+    std::vector<TrashLine> lines;
+    std::vector<std::string> ours, helpers;
+    for (const auto& g : given) {
+        TrashLine line;
+        line.path = absolute(g);
+        struct stat st{};
+        if (::lstat(line.path.c_str(), &st) != 0) {
+            line.reason = "Nothing is there.";
+        } else if (userCannotMove(line.path)) {
+            helpers.push_back(line.path);
+        } else {
+            ours.push_back(line.path);
+        }
+        lines.push_back(std::move(line));
+    }
+
+    brimstell::TrashResult result;
+    if (!ours.empty()) {
+        Spinner spinner("Moving to the Trash…");
+        result = brimstell::FS::trash(ours, {}, std::string(commandLineSource));
+    }
+    std::map<std::string, std::pair<std::string, std::int64_t>> movedTo;
+    for (const auto& m : result.moved) movedTo[m.original] = {m.trashed.value_or(std::string()), m.size};
+    std::map<std::string, HelperOutcome> byHelper;
+    for (auto& outcome : handToHelper(helpers)) byHelper[outcome.path] = outcome;
+
+    std::int64_t freed = result.freed;
+    std::vector<std::size_t> leftOut;
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        auto& line = lines[i];
+        if (!line.reason.empty()) continue;
+        if (auto it = movedTo.find(line.path); it != movedTo.end()) {
+            line.trashed = it->second.first;
+            line.size = it->second.second;
+        } else if (auto h = byHelper.find(line.path); h != byHelper.end()) {
+            line.trashed = h->second.trashed;
+            line.reason = h->second.reason;
+        } else if (auto r = result.reasons.find(line.path); r != result.reasons.end()) {
+            line.reason = r->second;
+        } else {
+            leftOut.push_back(i);  // its folder (or the same path) is listed too
+        }
+    }
+    // What was left out shares the fate of the listed path that holds it.
+    for (auto i : leftOut) {
+        auto& line = lines[i];
+        for (std::size_t k = 0; k < lines.size(); ++k) {
+            const auto& other = lines[k];
+            if (k == i || (!other.trashed && other.reason.empty()) || !holds(other.path, line.path)) continue;
+            line.withFolder = other.path;
+            line.reason = other.reason;
+            break;
+        }
+        if (line.withFolder.empty()) line.reason = "It was not moved.";
+    }
+
+    for (const auto& line : lines) {
+        if (!line.reason.empty()) exitCode = 1;
+    }
+    if (json) {
+        Json items = Json::array();
+        for (const auto& line : lines) {
+            Json item = Json::object();
+            putPath(item, "path", line.path);
+            item["moved"] = line.reason.empty();
+            if (!line.withFolder.empty()) putPath(item, "withFolder", line.withFolder);
+            if (line.trashed) {
+                putPath(item, "trashed", *line.trashed);
+                item["size"] = line.size;
+            } else {
+                item["reason"] = line.reason;
+            }
+            items.push_back(std::move(item));
+        }
+        printJson(Json{{"items", std::move(items)}, {"freed", freed}});
+        return;
+    }
+    std::size_t movedCount = 0;
+    for (const auto& line : lines) {
+        if (line.trashed) {
+            ++movedCount;
+            fmt::print("{}: moved to {}\n", shownPath(line.path), shownPath(*line.trashed));
+        } else if (line.reason.empty()) {
+            fmt::print("{}: moved with {}\n", shownPath(line.path), shownPath(line.withFolder));
+        } else {
+            fmt::print("{}: not moved: {}\n", shownPath(line.path), line.reason);
+        }
+    }
+    if (movedCount > 0) fmt::print("Freed {}.\n", quorv::formatSize(freed));
+}
+
+// ---- history ----
+
+Json entryJson(const brimstell::HistoryEntry& e, brimstell::History& history) {
+    Json j = e.toJson();
+    j["status"] = std::string(brimstell::statusText(history.status(e)));
+    return j;
+}
+
+void runHistory(bool json) {
+    auto& history = brimstell::History::shared();
+    const auto sessions = history.sessions();
+    if (json) {
+        Json out = Json::array();
+        for (const auto& s : sessions) {
+            Json j = Json::object();
+            j["session"] = s.id;
+            j["date"] = s.date;
+            if (s.source) j["source"] = *s.source;
+            j["freed"] = s.freed;
+            j["entries"] = Json::array();
+            for (const auto& e : s.entries) j["entries"].push_back(entryJson(e, history));
+            out.push_back(std::move(j));
+        }
+        printJson(out);
+        return;
+    }
+    if (sessions.empty()) {
+        fmt::print("Nothing Cleaned Yet\n");
+        return;
+    }
+    fmt::print("Kept for 90 days · items stay restorable until the Trash is emptied\n");
+    for (const auto& s : sessions) {
+        fmt::print("\n{}{} · freed {} · session {}\n", timeText(s.date), s.source ? " · " + *s.source : std::string(),
+                   quorv::formatSize(s.freed), s.id);
+        std::size_t width = 0;
+        for (const auto& e : s.entries) width = std::max(width, quorv::formatSize(e.size).size());
+        for (const auto& e : s.entries) {
+            std::string where = shownPath(e.original);
+            if (e.restoredTo && *e.restoredTo != e.original) where += " → " + shownPath(*e.restoredTo);
+            fmt::print("  {}  {:>{}}  {:<12}  {}\n", e.id, quorv::formatSize(e.size), width,
+                       brimstell::statusText(history.status(e)), where);
+        }
+    }
+}
+
+// ---- restore ----
+
+void runRestore(const std::vector<std::string>& ids, const std::string& session, bool json, int& exitCode) {
+    auto& history = brimstell::History::shared();
+    const auto all = history.entries();
+    std::vector<brimstell::HistoryEntry> chosen;
+    for (const auto& id : ids) {
+        const auto it = std::find_if(all.begin(), all.end(), [&](const auto& e) { return e.id == id; });
+        if (it == all.end()) {
+            error("no entry " + id + " in the history");
+            exitCode = 1;
+            continue;
+        }
+        chosen.push_back(*it);
+    }
+    if (!session.empty()) {
+        bool any = false;
+        for (const auto& e : all) {
+            if (e.session != session) continue;
+            any = true;
+            if (!e.restoredTo) chosen.push_back(e);
+        }
+        if (!any) {
+            error("no session " + session + " in the history");
+            exitCode = 1;
+        } else if (chosen.empty() && !json) {
+            fmt::print("Everything of that session is back already.\n");
+        }
+    }
+    const auto results = history.restore(chosen);
+    if (json) {
+        Json out = Json::array();
+        for (std::size_t i = 0; i < chosen.size(); ++i) {
+            Json j = Json::object();
+            j["id"] = chosen[i].id;
+            putPath(j, "original", chosen[i].original);
+            j["restored"] = results[i].ok();
+            if (results[i].ok()) {
+                putPath(j, "restoredTo", *results[i].restoredTo);
+            } else {
+                j["reason"] = results[i].reason;
+                j["message"] = results[i].message();
+            }
+            out.push_back(std::move(j));
+        }
+        printJson(out);
+    }
+    for (std::size_t i = 0; i < chosen.size(); ++i) {
+        if (!results[i].ok()) exitCode = 1;
+        if (json) continue;
+        if (results[i].ok()) {
+            fmt::print("{}: restored to {}\n", shownPath(chosen[i].original), shownPath(*results[i].restoredTo));
+        } else {
+            fmt::print("{}: {}\n", shownPath(chosen[i].original), results[i].message());
+        }
+    }
+}
+
+}  // namespace
+
+void addFilesCommands(CLI::App& app, int& exitCode) {
+    static std::vector<std::string> sizePaths;
+    static bool sizeJson = false, sizeBytes = false;
+    auto* size = app.add_subcommand("size", "Measure files and folders (allocated bytes, one file system, links not followed)");
+    size->add_option("PATH", sizePaths, "Files or folders")->required();
+    size->add_flag("--json", sizeJson, "Print as JSON");
+    size->add_flag("--bytes", sizeBytes, "Exact numbers of bytes instead of sizes such as 1.2 MB");
+    size->callback([&exitCode] { runSize(sizePaths, sizeJson, sizeBytes, exitCode); });
+
+    static std::vector<std::string> trashPaths;
+    static bool trashJson = false;
+    auto* trash = app.add_subcommand("trash", "Move files and folders to the Trash; each can be restored from the history");
+    trash->add_option("PATH", trashPaths, "Files or folders")->required();
+    trash->add_flag("--json", trashJson, "Print as JSON");
+    trash->footer("Synced cloud folders are never moved: removing an item there would remove it everywhere.");
+    trash->callback([&exitCode] { runTrash(trashPaths, trashJson, exitCode); });
+
+    static bool historyJson = false;
+    auto* historyCmd = app.add_subcommand("history", "What cleans moved to the Trash, newest first");
+    historyCmd->add_flag("--json", historyJson, "Print as JSON");
+    historyCmd->callback([] { runHistory(historyJson); });
+
+    static std::vector<std::string> restoreIds;
+    static std::string restoreSession;
+    static bool restoreJson = false;
+    auto* restore = app.add_subcommand("restore", "Put items from the history back where they were");
+    restore->add_option("ID", restoreIds, "Entry IDs, as `brimstell history` shows them");
+    restore->add_option("--session", restoreSession, "Every item of this session that isn't back yet");
+    restore->add_flag("--json", restoreJson, "Print as JSON");
+    restore->callback([&exitCode] {
+        if (restoreIds.empty() && restoreSession.empty()) {
+            error("name entry IDs or a --session (see brimstell history)");
+            exitCode = 2;
+            return;
+        }
+        runRestore(restoreIds, restoreSession, restoreJson, exitCode);
+    });
+}
+
+}  // namespace cli

@@ -1,0 +1,27 @@
+#pragma once
+// A spinner on standard error while something long runs, only when standard error is a terminal,
+// so that output that is piped or captured never holds it.
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+namespace cli {
+
+class Spinner {
+public:
+    // Shows nothing for the first few tenths of a second: quick work stays quiet.
+    explicit Spinner(std::string text);
+    ~Spinner();
+    Spinner(const Spinner&) = delete;
+    Spinner& operator=(const Spinner&) = delete;
+    // Stops and clears the line.
+    void stop();
+
+private:
+    std::string text_;
+    std::atomic<bool> stopping_{false};
+    std::thread thread_;
+};
+
+}  // namespace cli

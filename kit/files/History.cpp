@@ -1,0 +1,483 @@
+#include "kit/files/History.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <numeric>
+
+#include <fmt/format.h>
+
+#include "kit/files/FS.hpp"
+#include "kit/files/FileEvents.hpp"
+#include "support/host/Host.hpp"
+#include "support/host/TrashBackend.hpp"
+#include "support/posix/ExclusiveRename.hpp"
+#include "support/posix/FileLock.hpp"
+#include "support/posix/Files.hpp"
+#include "support/posix/UniqueFd.hpp"
+#include "support/text/Uuid.hpp"
+
+namespace brimstell {
+
+namespace {
+
+constexpr const char* alreadyThere = "something is already in its place";
+constexpr const char* needsAdmin = "putting back what it removed needs admin access";
+constexpr std::size_t maxFileBytes = std::size_t{256} << 20;
+constexpr int maxRestoredNames = 10'000;
+
+std::mutex restorerMutex;
+History::RootRestorer& rootRestorer() {
+    static History::RootRestorer restorer;
+    return restorer;
+}
+
+std::optional<FileID> identityOf(const std::string& path) {
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
+    return FileID{static_cast<std::int64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+}
+
+bool sameFile(const struct stat& st, const FileID& id) {
+    return static_cast<std::int64_t>(st.st_dev) == id.volume && static_cast<std::uint64_t>(st.st_ino) == id.file;
+}
+
+// A root entry's paths are the helper's system paths; these are where they lie for this host.
+std::string located(const HistoryEntry& e, const std::string& path) {
+    return e.isRoot() ? quorv::host().path(path) : path;
+}
+
+enum class Found { item, ambiguous, gone };
+
+// Where the entry's item is in its Trash. The item at the recorded path is it when no identity
+// was taken or the identity matches. Otherwise the Trash folder is searched for the identity (the
+// item may have been renamed there); when that finds none, an item still standing at the path
+// can't be told from the one moved, and with nothing there it's gone.
+std::pair<Found, std::string> locate(const HistoryEntry& e) {
+    const std::string path = located(e, *e.trashed);
+    struct stat st{};
+    const bool exists = ::lstat(path.c_str(), &st) == 0;
+    if (exists && (!e.fileID || sameFile(st, *e.fileID))) return {Found::item, path};
+    if (!e.fileID) return {Found::gone, path};
+
+    std::vector<std::string> matches;
+    const std::string folder = quorv::files::parentOf(path);
+    if (DIR* dir = ::opendir(folder.c_str())) {
+        while (const dirent* d = ::readdir(dir)) {
+            if (std::strcmp(d->d_name, ".") == 0 || std::strcmp(d->d_name, "..") == 0) continue;
+            struct stat other{};
+            if (::fstatat(::dirfd(dir), d->d_name, &other, AT_SYMLINK_NOFOLLOW) == 0 && sameFile(other, *e.fileID)) {
+                matches.push_back(folder + "/" + d->d_name);
+            }
+        }
+        ::closedir(dir);
+    }
+    if (matches.size() == 1) return {Found::item, matches.front()};
+    if (matches.size() > 1 || exists) return {Found::ambiguous, path};
+    return {Found::gone, path};
+}
+
+RestoreResult failure(std::string reason) {
+    RestoreResult r;
+    r.reason = std::move(reason);
+    return r;
+}
+
+RestoreResult failure(RestoreError error) {
+    RestoreResult r = failure(std::string(restoreErrorText(error)));
+    r.error = error;
+    return r;
+}
+
+// Where to cut a name so that a UTF-8 character is never split.
+std::size_t cutPoint(const std::string& s, std::size_t limit) {
+    if (limit >= s.size()) return s.size();
+    std::size_t cut = limit;
+    while (cut > 0 && (static_cast<unsigned char>(s[cut]) & 0xC0) == 0x80) --cut;
+    return cut;
+}
+
+std::size_t textHash(const std::string& text) { return std::hash<std::string>{}(text); }
+
+}  // namespace
+
+std::string_view restoreErrorText(RestoreError error) {
+    switch (error) {
+        case RestoreError::notInTrash:
+            return "It isn't in a Trash folder.";
+        case RestoreError::ambiguous:
+            return "It can't be told apart from other items in the Trash: use Restore in Finder.";
+        case RestoreError::gone:
+            return "It's no longer in the Trash.";
+    }
+    return {};
+}
+
+std::string_view statusText(EntryStatus status) {
+    switch (status) {
+        case EntryStatus::inTrash:
+            return "in the Trash";
+        case EntryStatus::gone:
+            return "gone";
+        case EntryStatus::restored:
+            return "restored";
+    }
+    return {};
+}
+
+std::string RestoreResult::message() const { return ok() ? std::string() : "Couldn't restore: " + reason; }
+
+// ---- The list and its file ----
+
+History::History(std::string file) : file_(std::move(file)) {}
+
+std::string History::defaultFile() { return quorv::host().appSupport() + "/history/history.json"; }
+
+History& History::shared() {
+    static std::mutex mutex;
+    // Never destroyed: background work may still record while the process exits.
+    static auto* histories = new std::map<std::string, std::unique_ptr<History>>;
+    const std::string file = defaultFile();
+    std::lock_guard lock(mutex);
+    auto& slot = (*histories)[file];
+    if (!slot) slot = std::make_unique<History>(file);
+    return *slot;
+}
+
+std::string History::lockPath() const { return quorv::files::parentOf(file_) + "/history.lock"; }
+
+// Reads the file when its text changed since it was last read or written. A file that can't be
+// read or decoded is set aside under the lock and the history starts empty.
+void History::refreshLocked(bool haveFileLock) {
+    quorv::UniqueFd fd(::open(file_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+    if (!fd && errno == ENOENT) {
+        entries_.clear();
+        stamp_.reset();
+        blocked_ = false;
+        return;
+    }
+    std::optional<std::string> text;
+    if (fd) {
+        struct stat st{};
+        if (::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode)) {
+            std::string data;
+            char buf[65536];
+            bool ok = true;
+            for (;;) {
+                const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+                if (n < 0 && errno == EINTR) continue;
+                if (n < 0 || data.size() + static_cast<std::size_t>(n) > maxFileBytes) {
+                    ok = false;
+                    break;
+                }
+                if (n == 0) break;
+                data.append(buf, static_cast<std::size_t>(n));
+            }
+            if (ok) text = std::move(data);
+        }
+    }
+    if (text) {
+        const std::pair<std::size_t, std::size_t> stamp{text->size(), textHash(*text)};
+        if (stamp_ == stamp) return;
+        if (auto decoded = decodeHistory(*text)) {
+            entries_ = std::move(*decoded);
+            stamp_ = stamp;
+            blocked_ = false;
+            return;
+        }
+    }
+    if (!haveFileLock) {
+        // Set it aside only under the lock, after reading it once more: a writer may have just
+        // replaced it.
+        quorv::files::makeFolders(quorv::files::parentOf(file_), 0700);
+        auto lock = quorv::FileLock::acquire(lockPath(), quorv::FileLock::Mode::exclusive, true);
+        refreshLocked(true);
+        return;
+    }
+    entries_.clear();
+    stamp_.reset();
+    blocked_ = !setAsideLocked();
+}
+
+// history.json becomes history.json.<unix seconds> (with .2, .3… should that be taken).
+bool History::setAsideLocked() {
+    const auto seconds = static_cast<long long>(std::floor(quorv::host().now()));
+    const std::string base = fmt::format("{}.{}", file_, seconds);
+    for (int n = 1; n <= 100; ++n) {
+        const std::string target = n == 1 ? base : fmt::format("{}.{}", base, n);
+        const int rc = quorv::renameExclusive(AT_FDCWD, file_.c_str(), AT_FDCWD, target.c_str());
+        if (rc == 0 || rc == ENOENT) return true;
+        if (rc != EEXIST) return false;
+    }
+    return false;
+}
+
+void History::saveLocked() {
+    entries_ = pruned(std::move(entries_), quorv::host().now());
+    if (blocked_) return;
+    const std::string text = encodeHistory(entries_);
+    if (quorv::files::writeAtomically(file_, text, 0600)) stamp_ = std::make_pair(text.size(), textHash(text));
+}
+
+void History::update(const std::function<void(std::vector<HistoryEntry>&)>& change) {
+    {
+        std::lock_guard lock(mutex_);
+        quorv::files::makeFolders(quorv::files::parentOf(file_), 0700);
+        auto fileLock = quorv::FileLock::acquire(lockPath(), quorv::FileLock::Mode::exclusive, true);
+        // Without the lock (a folder that can't be written) the list is still changed and kept here.
+        refreshLocked(true);
+        change(entries_);
+        saveLocked();
+    }
+    FileEvents::post(FileEvents::historyDidChange);
+}
+
+std::vector<HistoryEntry> History::entries() {
+    std::lock_guard lock(mutex_);
+    refreshLocked(false);
+    return entries_;
+}
+
+std::optional<HistoryEntry> History::entry(const std::string& id) {
+    std::lock_guard lock(mutex_);
+    refreshLocked(false);
+    for (const auto& e : entries_) {
+        if (e.id == id) return e;
+    }
+    return std::nullopt;
+}
+
+void History::add(const std::vector<HistoryEntry>& added) {
+    if (added.empty()) return;
+    update([&](std::vector<HistoryEntry>& list) { list.insert(list.end(), added.begin(), added.end()); });
+}
+
+void History::record(const std::vector<MovedItem>& moved, const std::optional<std::string>& source, double now) {
+    if (moved.empty()) return;
+    const std::string session = quorv::newUuid();
+    std::vector<HistoryEntry> added;
+    added.reserve(moved.size());
+    for (const auto& m : moved) {
+        HistoryEntry e;
+        e.id = quorv::newUuid();
+        e.original = m.original;
+        e.trashed = m.trashed;
+        e.size = m.size;
+        e.date = now;
+        e.session = session;
+        e.source = source;
+        if (m.trashed) e.fileID = identityOf(*m.trashed);
+        added.push_back(std::move(e));
+    }
+    add(added);
+}
+
+void History::recordRoot(const std::vector<RootMove>& moves, double now, const std::optional<std::string>& source) {
+    if (moves.empty()) return;
+    const std::string session = quorv::newUuid();
+    std::vector<HistoryEntry> added;
+    added.reserve(moves.size());
+    for (const auto& m : moves) {
+        HistoryEntry e;
+        e.id = quorv::newUuid();
+        e.original = m.original;
+        e.trashed = m.trashed;
+        e.root = true;
+        const std::string where = located(e, m.trashed);
+        e.size = m.size ? *m.size : FS::size(where);
+        e.date = now;
+        e.session = session;
+        e.source = source;
+        e.fileID = identityOf(where);
+        added.push_back(std::move(e));
+    }
+    add(added);
+}
+
+bool History::markRestored(const std::string& id, const std::string& to) {
+    bool found = false;
+    update([&](std::vector<HistoryEntry>& list) {
+        for (auto& e : list) {
+            if (e.id == id) {
+                e.restoredTo = to;
+                found = true;
+            }
+        }
+    });
+    return found;
+}
+
+std::vector<HistoryEntry> History::pruned(std::vector<HistoryEntry> entries, double now) {
+    std::erase_if(entries, [now](const HistoryEntry& e) { return !(now - e.date < keptSeconds); });
+    if (entries.size() > maxEntries) {
+        // The newest by date; of equal dates the later one in the list is the newer.
+        std::vector<std::size_t> order(entries.size());
+        std::iota(order.begin(), order.end(), std::size_t{0});
+        std::stable_sort(order.begin(), order.end(),
+                         [&](std::size_t a, std::size_t b) { return entries[a].date < entries[b].date; });
+        std::vector<bool> drop(entries.size(), false);
+        for (std::size_t k = 0; k < entries.size() - maxEntries; ++k) drop[order[k]] = true;
+        std::vector<HistoryEntry> kept;
+        kept.reserve(maxEntries);
+        for (std::size_t i = 0; i < entries.size(); ++i) {
+            if (!drop[i]) kept.push_back(std::move(entries[i]));
+        }
+        entries = std::move(kept);
+    }
+    return entries;
+}
+
+std::vector<HistorySession> History::sessions() {
+    const std::vector<HistoryEntry> list = entries();
+    std::vector<HistorySession> out;
+    std::map<std::string, std::size_t> index;
+    for (const auto& e : list) {
+        auto [it, isNew] = index.emplace(e.session, out.size());
+        if (isNew) {
+            HistorySession s;
+            s.id = e.session;
+            s.date = e.date;
+            s.source = e.source;
+            out.push_back(std::move(s));
+        }
+        auto& s = out[it->second];
+        s.date = std::max(s.date, e.date);
+        s.freed += e.size;
+        s.entries.push_back(e);
+    }
+    // Newest first; sessions of the same moment in the reverse of their order in the list.
+    std::vector<std::size_t> order(out.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        return out[a].date != out[b].date ? out[a].date > out[b].date : a > b;
+    });
+    std::vector<HistorySession> sorted;
+    sorted.reserve(out.size());
+    for (auto i : order) sorted.push_back(std::move(out[i]));
+    return sorted;
+}
+
+std::int64_t History::freed(double since) {
+    std::int64_t total = 0;
+    for (const auto& e : entries()) {
+        if (e.date > since) total += e.size;
+    }
+    return total;
+}
+
+EntryStatus History::status(const HistoryEntry& e) {
+    if (e.restoredTo) return EntryStatus::restored;
+    if (!e.trashed) return EntryStatus::gone;
+    if (e.isRoot()) {
+        // The item may sit in another account's Trash that this account can't look into.
+        struct stat st{};
+        const std::string path = located(e, *e.trashed);
+        if (::lstat(path.c_str(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR)) return EntryStatus::gone;
+        return EntryStatus::inTrash;
+    }
+    return locate(e).first == Found::gone ? EntryStatus::gone : EntryStatus::inTrash;
+}
+
+// ---- Restoring ----
+
+void History::setRootRestorer(RootRestorer restorer) {
+    std::lock_guard lock(restorerMutex);
+    rootRestorer() = std::move(restorer);
+}
+
+std::string History::restoredName(const std::string& name, int n) {
+    std::string stem = name;
+    std::string extension;
+    const auto dot = name.find_last_of('.');
+    // A leading dot names a hidden file, not an extension; a trailing one is part of the name.
+    if (dot != std::string::npos && dot != 0 && dot + 1 < name.size()) {
+        stem = name.substr(0, dot);
+        extension = name.substr(dot);
+    }
+    const std::string suffix = n <= 1 ? " (restored)" : fmt::format(" (restored {})", n);
+    constexpr std::size_t maxName = 255;
+    if (extension.size() + suffix.size() > maxName / 2) {
+        stem = name;
+        extension.clear();
+    }
+    if (stem.size() + suffix.size() + extension.size() > maxName) {
+        stem.resize(cutPoint(stem, maxName - suffix.size() - extension.size()));
+    }
+    return stem + suffix + extension;
+}
+
+RestoreResult History::putBack(const HistoryEntry& e) {
+    if (e.restoredTo) return failure(RestoreError::gone);
+    if (e.isRoot()) {
+        RootRestorer restorer;
+        {
+            std::lock_guard lock(restorerMutex);
+            restorer = rootRestorer();
+        }
+        if (!e.trashed) return failure(RestoreError::notInTrash);
+        const std::optional<bool> done = restorer ? restorer(*e.trashed, e.original) : std::optional<bool>();
+        if (!done) return failure(needsAdmin);
+        if (!*done) return failure(alreadyThere);
+        RestoreResult r;
+        r.restoredTo = e.original;
+        return r;
+    }
+
+    const auto trash = quorv::host().trash;
+    if (!e.trashed || !trash || !trash->isInTrash(*e.trashed)) return failure(RestoreError::notInTrash);
+    const auto [found, source] = locate(e);
+    if (found == Found::gone) return failure(RestoreError::gone);
+    if (found == Found::ambiguous) return failure(RestoreError::ambiguous);
+
+    const std::string folder = quorv::files::parentOf(e.original);
+    const std::string name = quorv::files::nameOf(e.original);
+    if (name.empty() || name == "." || name == ".." || e.original.empty() || e.original[0] != '/') {
+        return failure("Its original place isn't a full path.");
+    }
+    if (!quorv::files::makeFolders(folder, 0755)) {
+        return failure(fmt::format("Its folder couldn't be made again ({}).", std::strerror(errno)));
+    }
+    const quorv::UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!dir) return failure(fmt::format("Its folder couldn't be opened ({}).", std::strerror(errno)));
+    for (int n = 0; n <= maxRestoredNames; ++n) {
+        const std::string candidate = n == 0 ? name : restoredName(name, n);
+        const int rc = quorv::renameExclusive(AT_FDCWD, source.c_str(), dir.get(), candidate.c_str());
+        if (rc == EEXIST) continue;
+        if (rc != 0) return failure(fmt::format("It couldn't be moved back ({}).", std::strerror(rc)));
+        trash->forgetRestored(source);
+        RestoreResult r;
+        r.restoredTo = (folder == "/" ? "/" : folder + "/") + candidate;
+        return r;
+    }
+    return failure("Every name beside it is taken.");
+}
+
+std::vector<RestoreResult> History::restore(const std::vector<HistoryEntry>& list) {
+    std::vector<RestoreResult> results;
+    results.reserve(list.size());
+    std::map<std::string, std::string> restored;  // id -> where
+    for (const auto& e : list) {
+        results.push_back(putBack(e));
+        if (results.back().ok()) restored[e.id] = *results.back().restoredTo;
+    }
+    if (!restored.empty()) {
+        update([&](std::vector<HistoryEntry>& entries) {
+            for (auto& e : entries) {
+                if (auto it = restored.find(e.id); it != restored.end()) e.restoredTo = it->second;
+            }
+        });
+    }
+    return results;
+}
+
+RestoreResult History::restore(const HistoryEntry& entry) { return restore(std::vector<HistoryEntry>{entry}).front(); }
+
+}  // namespace brimstell

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace brimstell {
+
+// One item that a clean moved to a Trash.
+struct MovedItem {
+    std::string original;                 // where it was
+    std::optional<std::string> trashed;   // where it is now, when the Trash reported it
+    std::int64_t size = 0;                // bytes freed
+
+    bool operator==(const MovedItem&) const = default;
+};
+
+// What one call of the mover did. moved and failed keep the order of the request.
+struct TrashResult {
+    std::int64_t freed = 0;
+    std::vector<MovedItem> moved;
+    std::vector<std::string> failed;
+    // Why each failed location was not moved, a short sentence, for those who show it.
+    std::map<std::string, std::string> reasons;
+};
+
+}  // namespace brimstell

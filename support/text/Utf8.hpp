@@ -1,0 +1,21 @@
+#pragma once
+// File names are bytes. These tell text that is valid UTF-8 from bytes that only look like it,
+// and give text that is safe to put where only UTF-8 may go (JSON, D-Bus, the terminal).
+
+#include <string>
+#include <string_view>
+
+namespace quorv {
+
+// True when s is well-formed UTF-8: no stray continuation bytes, no overlong forms, no
+// surrogates, nothing above U+10FFFF.
+bool isValidUtf8(std::string_view s);
+
+// s with every byte that is not part of well-formed UTF-8 replaced by U+FFFD.
+std::string validUtf8(std::string_view s);
+
+// Standard base64 with padding, and back; decoding text that is not base64 gives false.
+std::string base64Encode(std::string_view bytes);
+bool base64Decode(std::string_view text, std::string& out);
+
+}  // namespace quorv

@@ -1,0 +1,136 @@
+// The files commands of the built brimstell against sandbox Macs: size, trash, history, restore.
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "support/TestSupport.hpp"
+#include "support/posix/Files.hpp"
+
+namespace {
+
+using testing_support::runProgram;
+
+struct FilesCli {
+    testing_support::TempDir dir;
+    brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
+
+    testing_support::RunResult run(const std::vector<std::string>& args) const {
+        auto env = mac.environment();
+        env["TZ"] = "UTC";
+        env["BRIMSTELL_NOW"] = "1790000000";  // 2026-09-21 14:13:20
+        return runProgram(BRIMSTELL_CLI_EXE, args, env);
+    }
+    std::string home() const { return mac.home(); }
+    std::string historyFile() const { return home() + "/Library/Application Support/Brimstell/history/history.json"; }
+};
+
+TEST(FilesCli, SizeLines) {
+    FilesCli c;
+    const std::string a = c.mac.writeFileOfSize("~/Documents/a", 102'400);
+    const std::string empty = c.mac.writeFile("~/Documents/empty", "");
+    const std::string feed = c.mac.writeFileOfSize("~/Documents/line\nfeed", 4096);
+    const std::string missing = c.home() + "/Documents/missing";
+    const std::string docs = c.home() + "/Documents/";
+
+    const auto several = c.run({"size", a, empty, missing, feed});
+    EXPECT_EQ(several.status, 1) << "a missing path";
+    EXPECT_EQ(several.output, " 102 kB  " + a + "\n" +
+                                  "0 bytes  " + empty + "\n" +
+                                  "0 bytes  " + missing + "\n" +
+                                  "   4 kB  $'" + docs + "line\\nfeed'\n" +
+                                  " 106 kB  total\n");
+
+    const auto one = c.run({"size", a});
+    EXPECT_EQ(one.status, 0);
+    EXPECT_EQ(one.output, "102 kB  " + a + "\n") << "no total for one path";
+
+    EXPECT_EQ(c.run({"size", "--bytes", a, empty}).output, "102400  " + a + "\n" +
+                                                               "     0  " + empty + "\n" +
+                                                               "102400  total\n");
+
+    const auto json = nlohmann::json::parse(c.run({"size", "--json", a, feed}).output);
+    EXPECT_EQ(json["items"][0]["path"], a);
+    EXPECT_EQ(json["items"][0]["bytes"], 102'400);
+    EXPECT_EQ(json["items"][0]["size"], "102 kB");
+    EXPECT_EQ(json["items"][1]["path"], feed);
+    EXPECT_EQ(json["total"], 106'496);
+}
+
+// Two sessions: a clean of the user's caches and logs, and one of the helper's.
+std::string sampleHistory(const std::string& home) {
+    return R"([
+  {"id": "AAAAAAAA-0000-4000-8000-000000000001", "original": ")" + home + R"(/Library/Caches/com.example.editor",
+   "trashed": ")" + home + R"(/.Trash/com.example.editor", "size": 3000000, "date": 1789990000,
+   "session": "11111111-1111-4111-8111-111111111111", "source": "User Caches"},
+  {"id": "AAAAAAAA-0000-4000-8000-000000000002", "original": ")" + home + R"(/Library/Logs/old.log",
+   "trashed": ")" + home + R"(/.Trash/old.log", "size": 400000, "date": 1789990000,
+   "session": "11111111-1111-4111-8111-111111111111", "source": "User Caches"},
+  {"id": "AAAAAAAA-0000-4000-8000-000000000003", "original": "/Library/Caches/com.example.daemon",
+   "trashed": "/Users/ann/.Trash/com.example.daemon", "size": 1200000, "date": 1789999000,
+   "session": "22222222-2222-4222-8222-222222222222", "restored": "/Library/Caches/com.example.daemon", "root": true},
+  {"id": "AAAAAAAA-0000-4000-8000-000000000004", "original": "/Library/Logs/com.example.daemon.log",
+   "trashed": "/Users/ann/.Trash/com.example.daemon.log", "size": 5000, "date": 1789999000,
+   "session": "22222222-2222-4222-8222-222222222222", "root": true}
+])";
+}
+
+TEST(FilesCli, HistoryLines) {
+    FilesCli c;
+    EXPECT_EQ(c.run({"history"}).output, "Nothing Cleaned Yet\n");
+    EXPECT_EQ(nlohmann::json::parse(c.run({"history", "--json"}).output), nlohmann::json::array());
+
+    ASSERT_TRUE(quorv::files::writeAtomically(c.historyFile(), sampleHistory(c.home())));
+    c.mac.makeFolder("~/.Trash/com.example.editor");
+    c.mac.writeFile("/Users/ann/.Trash/com.example.daemon.log", "x");
+    const auto r = c.run({"history"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output,
+              "Kept for 90 days · items stay restorable until the Trash is emptied\n"
+              "\n"
+              "2026-09-21 13:56 · freed 1.2 MB · session 22222222-2222-4222-8222-222222222222\n"
+              "  AAAAAAAA-0000-4000-8000-000000000003  1.2 MB  restored      /Library/Caches/com.example.daemon\n"
+              "  AAAAAAAA-0000-4000-8000-000000000004    5 kB  in the Trash  /Library/Logs/com.example.daemon.log\n"
+              "\n"
+              "2026-09-21 11:26 · User Caches · freed 3.4 MB · session 11111111-1111-4111-8111-111111111111\n"
+              "  AAAAAAAA-0000-4000-8000-000000000001    3 MB  in the Trash  " + c.home() + "/Library/Caches/com.example.editor\n"
+              "  AAAAAAAA-0000-4000-8000-000000000002  400 kB  gone          " + c.home() + "/Library/Logs/old.log\n");
+
+    const auto json = nlohmann::ordered_json::parse(c.run({"history", "--json"}).output);
+    ASSERT_EQ(json.size(), 2u);
+    EXPECT_EQ(json[0]["session"], "22222222-2222-4222-8222-222222222222");
+    EXPECT_EQ(json[0]["freed"], 1'205'000);
+    EXPECT_FALSE(json[0].contains("source"));
+    EXPECT_EQ(json[1]["source"], "User Caches");
+    std::vector<std::string> keys;
+    for (const auto& [k, v] : json[0]["entries"][0].items()) keys.push_back(k);
+    EXPECT_EQ(keys, (std::vector<std::string>{"id", "original", "trashed", "size", "date", "session", "restored", "root", "status"}));
+    EXPECT_EQ(json[0]["entries"][0]["status"], "restored");
+    EXPECT_EQ(json[1]["entries"][1]["status"], "gone");
+}
+
+TEST(FilesCli, RestoreLinesWithoutTheHelper) {
+    FilesCli c;
+    ASSERT_TRUE(quorv::files::writeAtomically(c.historyFile(), sampleHistory(c.home())));
+    const auto before = testing_support::readText(c.historyFile());
+
+    const auto root = c.run({"restore", "AAAAAAAA-0000-4000-8000-000000000004"});
+    EXPECT_EQ(root.status, 1);
+    EXPECT_EQ(root.output,
+              "/Library/Logs/com.example.daemon.log: Couldn't restore: putting back what it removed needs admin access\n");
+
+    const auto session = c.run({"restore", "--session", "22222222-2222-4222-8222-222222222222", "--json"});
+    const auto json = nlohmann::json::parse(session.output);
+    ASSERT_EQ(json.size(), 1u) << "the entry already back is left out";
+    EXPECT_EQ(json[0]["id"], "AAAAAAAA-0000-4000-8000-000000000004");
+    EXPECT_EQ(json[0]["restored"], false);
+    EXPECT_EQ(json[0]["reason"], "putting back what it removed needs admin access");
+
+    const auto unknown = c.run({"restore", "BBBBBBBB-0000-4000-8000-000000000001"});
+    EXPECT_EQ(unknown.status, 1);
+    EXPECT_EQ(unknown.output, "");
+    EXPECT_EQ(c.run({"restore"}).status, 2);
+    EXPECT_EQ(testing_support::readText(c.historyFile()), before) << "nothing restored, nothing written";
+}
+
+}  // namespace
