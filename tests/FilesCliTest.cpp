@@ -19,6 +19,8 @@ struct FilesCli {
         auto env = mac.environment();
         env["TZ"] = "UTC";
         env["BRIMSTELL_NOW"] = "1790000000";  // 2026-09-21 14:13:20
+        // No root helper: nothing listens on this socket.
+        env["BRIMSTELL_HELPER_SOCKET"] = mac.root() + "/no-helper.sock";
         return runProgram(BRIMSTELL_CLI_EXE, args, env);
     }
     std::string home() const { return mac.home(); }

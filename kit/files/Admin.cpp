@@ -31,7 +31,8 @@ namespace {
 // sandbox, another test) starts from scratch.
 struct State {
     std::mutex mutex;
-    const HelperTransport* transport = nullptr;
+    // Weak, so that a new transport that happens to get a gone one's address is still new.
+    std::weak_ptr<HelperTransport> transport;
     std::uint64_t generation = 0;
     bool ready = false;
     std::shared_future<bool> starting;  // the start attempt in flight, shared by its callers
@@ -43,9 +44,13 @@ State& state() {
 }
 
 // Makes transport the one the state is about; called with the state's lock held.
+bool isCurrentLocked(const State& s, const std::shared_ptr<HelperTransport>& transport) {
+    return transport && s.transport.lock() == transport;
+}
+
 void adoptLocked(State& s, const std::shared_ptr<HelperTransport>& transport) {
-    if (s.transport == transport.get()) return;
-    s.transport = transport.get();
+    if (isCurrentLocked(s, transport)) return;
+    s.transport = transport;
     s.ready = false;
     s.starting = {};
     const std::uint64_t generation = ++s.generation;
@@ -117,7 +122,7 @@ bool launch() {
     auto transport = currentTransport();
     State& s = state();
     std::lock_guard lock(s.mutex);
-    if (transport && s.transport == transport.get()) s.ready = true;
+    if (isCurrentLocked(s, transport)) s.ready = true;
     return true;
 }
 
@@ -296,7 +301,7 @@ bool Admin::start() {
         }
         {
             std::lock_guard lock(s.mutex);
-            if (s.transport == transport.get()) s.starting = {};
+            if (isCurrentLocked(s, transport)) s.starting = {};
         }
         attempt.set_value(ok);
     }
