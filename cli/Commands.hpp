@@ -8,6 +8,7 @@ namespace cli {
 void addAgentCommands(CLI::App& app, int& exitCode);
 void addSettingsCommands(CLI::App& app, int& exitCode);
 void addDemoCommand(CLI::App& app, int& exitCode);
+void addHelperCommands(CLI::App& app, int& exitCode);
 void addFilesCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

@@ -16,6 +16,7 @@
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
 #include "cli/Spinner.hpp"
+#include "kit/files/Admin.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/History.hpp"
 #include "kit/files/TrashBin.hpp"
@@ -32,19 +33,33 @@ struct HelperOutcome {
     std::string reason;                  // why not, when it didn't
 };
 
-// The seam to the privileged helper for paths the user's account can't move. The helper client
-// (Admin::trash) plugs in here: it moves what it may and records the moves in the history as
-// root entries itself. Until it does, nothing is sent and every path needs admin access.
+namespace {
+// What the history shows as the source of a clean from the command line.
+constexpr const char* commandLineSource = "Command line";
+}  // namespace
+
+// The seam to the privileged helper for paths the user's account can't move: the helper client
+// moves what it may and records the moves in the history as root entries itself.
 std::vector<HelperOutcome> handToHelper(const std::vector<std::string>& paths) {
     std::vector<HelperOutcome> out;
     out.reserve(paths.size());
-    for (const auto& p : paths) out.push_back({p, std::nullopt, "needs admin access"});
+    if (paths.empty()) return out;
+    const auto moved = brimstell::Admin::moveToTrash(paths, std::string(commandLineSource));
+    for (const auto& p : paths) {
+        if (!brimstell::Admin::canTrash(p)) {
+            out.push_back({p, std::nullopt, "It is protected: the helper never touches it."});
+        } else if (!moved) {
+            out.push_back({p, std::nullopt, "needs admin access"});
+        } else if (auto it = moved->find(p); it != moved->end()) {
+            out.push_back({p, it->second, ""});
+        } else {
+            out.push_back({p, std::nullopt, "The helper could not move it."});
+        }
+    }
     return out;
 }
 
 namespace {
-
-constexpr const char* commandLineSource = "Command line";
 
 std::string absolute(const std::string& path) {
     if (!path.empty() && path[0] == '/') return path;

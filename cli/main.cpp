@@ -19,6 +19,7 @@ int main(int argc, char** argv) {
     cli::addSettingsCommands(app, exitCode);
     cli::addFilesCommands(app, exitCode);
     cli::addDemoCommand(app, exitCode);
+    cli::addHelperCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);
     return exitCode;
 }

@@ -14,6 +14,7 @@
 #include "kit/agent/AgentService.hpp"
 #include "kit/agent/RecordedAgentService.hpp"
 #include "kit/agent/SystemdAgentService.hpp"
+#include "support/FakeManager.hpp"
 #include "support/PrivateBus.hpp"
 #include "support/TestSupport.hpp"
 #include "support/host/Host.hpp"
@@ -295,71 +296,7 @@ TEST(SystemdAgentService, SystemdAcceptsTheUnitsItWrites) {
 
 // ---- SystemdAgentService against a private bus ----
 
-// Answers the systemd manager's calls that registration makes, with the real signatures, and
-// records them.
-class FakeManager {
-public:
-    explicit FakeManager(const std::string& address)
-        : service_(address, "org.freedesktop.systemd1", "/org/freedesktop/systemd1", "org.freedesktop.systemd1.Manager",
-                   vtable, this) {}
-
-    bool ready() const { return service_.ready(); }
-    std::vector<std::string> takeCalls() {
-        std::lock_guard lock(mutex_);
-        return std::exchange(calls_, {});
-    }
-    void setState(std::string state) {
-        std::lock_guard lock(mutex_);
-        state_ = std::move(state);
-    }
-    void failing(std::string method) {
-        std::lock_guard lock(mutex_);
-        failing_ = std::move(method);
-    }
-
-private:
-    static int handle(sd_bus_message* m, void* userdata, sd_bus_error* error) {
-        auto* self = static_cast<FakeManager*>(userdata);
-        const std::string method = sd_bus_message_get_member(m);
-        std::string state;
-        {
-            std::lock_guard lock(self->mutex_);
-            self->calls_.push_back(testing_support::describeCall(m));
-            if (method == self->failing_) {
-                return sd_bus_error_set(error, "org.freedesktop.systemd1.UnitMasked", "Unit file is masked.");
-            }
-            state = self->state_;
-        }
-        if (method == "EnableUnitFiles") return sd_bus_reply_method_return(m, "ba(sss)", 1, 0);
-        if (method == "DisableUnitFiles") return sd_bus_reply_method_return(m, "a(sss)", 0);
-        if (method == "GetUnitFileState") return sd_bus_reply_method_return(m, "s", state.c_str());
-        if (method == "Reload") return sd_bus_reply_method_return(m, "");
-        return sd_bus_reply_method_return(m, "o", "/org/freedesktop/systemd1/job/1");
-    }
-    static int version(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply, void*,
-                       sd_bus_error*) {
-        return sd_bus_message_append(reply, "s", "252");
-    }
-    static const sd_bus_vtable vtable[];
-
-    std::mutex mutex_;
-    std::vector<std::string> calls_;
-    std::string state_ = "disabled";
-    std::string failing_;
-    testing_support::BusService service_;  // last, so it stops before what it uses goes
-};
-
-const sd_bus_vtable FakeManager::vtable[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_PROPERTY("Version", "s", FakeManager::version, 0, SD_BUS_VTABLE_PROPERTY_CONST),
-    SD_BUS_METHOD("Reload", "", "", FakeManager::handle, 0),
-    SD_BUS_METHOD("EnableUnitFiles", "asbb", "ba(sss)", FakeManager::handle, 0),
-    SD_BUS_METHOD("DisableUnitFiles", "asb", "a(sss)", FakeManager::handle, 0),
-    SD_BUS_METHOD("StartUnit", "ss", "o", FakeManager::handle, 0),
-    SD_BUS_METHOD("StopUnit", "ss", "o", FakeManager::handle, 0),
-    SD_BUS_METHOD("GetUnitFileState", "s", "s", FakeManager::handle, 0),
-    SD_BUS_VTABLE_END,
-};
+using testing_support::FakeManager;
 
 class SystemdOnPrivateBus : public testing_support::PrivateBusTest {};
 

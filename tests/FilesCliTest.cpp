@@ -25,6 +25,8 @@ struct FilesCli {
         auto env = mac.environment();
         env["TZ"] = "UTC";
         env["BRIMSTELL_NOW"] = now;  // 2026-09-21 14:13:20
+        // No root helper: nothing listens on this socket.
+        env["BRIMSTELL_HELPER_SOCKET"] = mac.root() + "/no-helper.sock";
         return env;
     }
     testing_support::RunResult run(const std::vector<std::string>& args, const std::string& now = "1790000000") const {

@@ -1,18 +1,23 @@
 #include "kit/agent/ProcessHost.hpp"
 
 #include "kit/agent/RecordedAgentService.hpp"
+#include "kit/files/Admin.hpp"
+#include "kit/files/InProcessHelperTransport.hpp"
 #include "kit/files/SandboxTrash.hpp"
+#include "kit/files/SocketHelperTransport.hpp"
 #include "support/notify/OutboxNotifier.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
 #ifdef __APPLE__
 #include "kit/agent/MacAgentService.hpp"
+#include "kit/files/MacHelper.hpp"
 #include "kit/files/MacTrash.hpp"
 #include "support/notify/MacNotifier.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
 #else
 #include "kit/agent/SystemdAgentService.hpp"
 #include "kit/files/FreedesktopTrash.hpp"
+#include "kit/files/SystemdHelperService.hpp"
 #include "support/notify/DBusNotifier.hpp"
 #endif
 
@@ -64,9 +69,36 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         h->trash = std::make_shared<FreedesktopTrash>();
 #endif
     }
+
+    // The root helper. A sandbox records its registration and, unless BRIMSTELL_HELPER_SOCKET names
+    // the socket of a helper daemon started for it (brimstell-helper --root <sandbox>), calls the
+    // helper's dispatcher in-process, with this process's own rights. A live system talks to the
+    // daemon it registered: XPC on a Mac, the socket /run/brimstell/helper.sock on Linux (never
+    // redirected by a variable there).
+    if (h->sandbox) {
+        h->helperService = std::make_shared<RecordedAgentService>(
+            h->path("/private/var/db/com.quorv.brimstell/helper-service-state"), "The helper");
+        if (auto socket = h->env("BRIMSTELL_HELPER_SOCKET"); socket && !socket->empty() && (*socket)[0] == '/') {
+            h->helper = std::make_shared<SocketHelperTransport>(*socket);
+        } else {
+            h->helper = std::make_shared<InProcessHelperTransport>(h->root, h->systemPath(h->home).value_or(h->home));
+        }
+    } else {
+#ifdef __APPLE__
+        h->helperService = makeMacHelperService();
+        h->helper = makeXPCHelperTransport();
+#else
+        h->helperService = std::make_shared<SystemdHelperService>(h->executableDir + "/brimstell-helper");
+        h->helper = std::make_shared<SocketHelperTransport>(SystemdHelperService::socketPath);
+#endif
+    }
     return h;
 }
 
-void installProcessHost() { quorv::setProcessHost(makeHost(quorv::processEnvironment())); }
+void installProcessHost() {
+    quorv::setProcessHost(makeHost(quorv::processEnvironment()));
+    // The history puts back what the root helper moved through the helper client.
+    Admin::connectHistory();
+}
 
 }  // namespace brimstell

@@ -10,7 +10,9 @@
 namespace brimstell {
 
 // BRIMSTELL_ROOT (a folder) with BRIMSTELL_PLATFORM=mac runs against a sandbox Mac;
-// BRIMSTELL_OUTBOX (a file) sends notifications there as JSON lines.
+// BRIMSTELL_OUTBOX (a file) sends notifications there as JSON lines; in a sandbox,
+// BRIMSTELL_HELPER_SOCKET (an absolute path) reaches a root helper daemon on that socket instead of
+// the in-process one.
 std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& environment);
 
 // makeHost over the process's own environment, installed as the process host.

@@ -8,7 +8,8 @@ namespace brimstell {
 
 using quorv::ServiceStatus;
 
-RecordedAgentService::RecordedAgentService(std::string stateFile) : stateFile_(std::move(stateFile)) {}
+RecordedAgentService::RecordedAgentService(std::string stateFile, std::string who)
+    : stateFile_(std::move(stateFile)), who_(std::move(who)) {}
 
 ServiceStatus RecordedAgentService::status() {
     const auto text = quorv::files::read(stateFile_, 64);
@@ -26,7 +27,7 @@ bool RecordedAgentService::registerService(std::string& error) {
     switch (status()) {
         case ServiceStatus::enabled: return true;
         case ServiceStatus::requiresApproval:
-            error = "The agent waits for approval in the login items settings.";
+            error = who_ + " waits for approval in the login items settings.";
             return false;
         case ServiceStatus::notRegistered:
         case ServiceStatus::notFound: break;

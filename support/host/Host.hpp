@@ -20,6 +20,7 @@ class SettingsStore;
 class Notifier;
 class ServiceRegistrar;
 class TrashBackend;
+class HelperTransport;
 
 enum class Platform { mac, linux };
 
@@ -44,7 +45,11 @@ public:
     std::shared_ptr<Notifier> notifier;
     std::shared_ptr<ServiceRegistrar> agentService;
     std::shared_ptr<TrashBackend> trash;
+    std::shared_ptr<HelperTransport> helper;          // the channel to the root helper
+    std::shared_ptr<ServiceRegistrar> helperService;  // the root helper's registration
     std::function<void()> reloadWidgets;
+    // The system log (syslog priority, whole line); null writes to the platform's log.
+    std::function<void(int priority, const std::string& line)> systemLog;
 
     // A system path ("/Library/LaunchAgents") as a location under the root.
     std::string path(std::string_view systemPath) const;

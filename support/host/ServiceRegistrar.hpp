@@ -1,5 +1,5 @@
 #pragma once
-// Registration of a per-user background job with the system's service manager.
+// Registration of a background job (the agent, the root helper) with the system's service manager.
 
 #include <string>
 

@@ -1,0 +1,398 @@
+// The built brimstell-helper on a socket in a temporary folder, rooted at a sandbox Mac: who it
+// serves, what it does for them, and what no caller can make it do or wait for.
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <future>
+#include <thread>
+
+#include "kit/agent/ProcessHost.hpp"
+#include "kit/files/Admin.hpp"
+#include "kit/files/History.hpp"
+#include "kit/files/SocketHelperTransport.hpp"
+#include "shared/helper/HelperWire.hpp"
+#include "support/TestSupport.hpp"
+#include "support/posix/UniqueFd.hpp"
+
+extern char** environ;
+
+namespace {
+
+using namespace std::string_literals;
+using brimstell::Admin;
+using brimstell::HelperOutcome;
+using testing_support::TempDir;
+namespace fs = std::filesystem;
+namespace wire = brimstell::HelperWire;
+using Steady = std::chrono::steady_clock;
+
+std::string userName() {
+    const passwd* pw = ::getpwuid(::geteuid());
+    return pw && pw->pw_name ? pw->pw_name : "";
+}
+
+std::string testFolder() { return fs::canonical("/proc/self/exe").parent_path().string(); }
+
+double since(Steady::time_point t) { return std::chrono::duration<double>(Steady::now() - t).count(); }
+
+quorv::UniqueFd connectTo(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    quorv::UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd || ::connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) return {};
+    return fd;
+}
+
+// Everything the helper sends until it closes (or seconds pass).
+std::string readAll(int fd, double seconds = 8) {
+    timeval tv{static_cast<time_t>(seconds), 0};
+    ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    std::string got;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t n = ::read(fd, buffer, sizeof buffer);
+        if (n <= 0) return got;
+        got.append(buffer, static_cast<std::size_t>(n));
+    }
+}
+
+std::string readExactly(int fd, std::size_t count) {
+    std::string got;
+    char buffer[256];
+    while (got.size() < count) {
+        const ssize_t n = ::read(fd, buffer, std::min(sizeof buffer, count - got.size()));
+        if (n <= 0) break;
+        got.append(buffer, static_cast<std::size_t>(n));
+    }
+    return got;
+}
+
+bool writeAll(int fd, const std::string& bytes) {
+    return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+}
+
+// brimstell-helper running for the duration of a test; its log goes to a file.
+class Daemon {
+public:
+    Daemon(const std::string& folder, const std::vector<std::string>& options,
+           const std::map<std::string, std::string>& environment = {})
+        : socket_(folder + "/helper.sock"), log_(folder + "/helper.log") {
+        std::vector<std::string> args = {BRIMSTELL_HELPER_EXE, "--socket", socket_, "--log-stderr"};
+        args.insert(args.end(), options.begin(), options.end());
+        std::vector<char*> argv;
+        for (auto& a : args) argv.push_back(a.data());
+        argv.push_back(nullptr);
+        std::vector<std::string> env;
+        for (char** e = environ; e && *e; ++e) env.emplace_back(*e);
+        for (const auto& [k, v] : environment) env.push_back(k + "=" + v);
+        std::vector<char*> envp;
+        for (auto& e : env) envp.push_back(e.data());
+        envp.push_back(nullptr);
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 2, log_.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+        if (::posix_spawn(&pid_, args[0].c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid_ = -1;
+        posix_spawn_file_actions_destroy(&actions);
+        // Listening once a connection is accepted into its backlog.
+        const auto began = Steady::now();
+        while (pid_ > 0 && since(began) < 10) {
+            if (connectTo(socket_)) {
+                listening_ = true;
+                break;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+    ~Daemon() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGTERM);
+            int status = 0;
+            ::waitpid(pid_, &status, 0);
+        }
+    }
+    bool listening() const { return listening_; }
+    const std::string& socket() const { return socket_; }
+    std::string log() const { return fs::exists(log_) ? testing_support::readText(log_) : ""; }
+    // The log once it holds text (the helper writes it as it goes).
+    std::string logOnce(const std::string& text) const {
+        const auto began = Steady::now();
+        while (log().find(text) == std::string::npos && since(began) < 5) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        return log();
+    }
+
+private:
+    std::string socket_;
+    std::string log_;
+    pid_t pid_ = -1;
+    bool listening_ = false;
+};
+
+class HelperDaemon : public ::testing::Test {
+protected:
+    void SetUp() override {
+        name = userName();
+        if (name.empty()) GTEST_SKIP() << "this user has no name in the user database";
+        mac.emplace(brimstell::SandboxMac::create(dir / "mac", name));
+        root = fs::canonical(mac->root()).string();
+        me = "/Users/" + name;
+    }
+
+    // The daemon, trusting this test program as a Brimstell program and this user as an administrator.
+    std::unique_ptr<Daemon> start(const std::map<std::string, std::string>& environment = {}) {
+        auto d = std::make_unique<Daemon>(dir.path(), std::vector<std::string>{"--root", root, "--trust-exe-dir", testFolder(),
+                                                                               "--trust-uid", std::to_string(::geteuid())},
+                                          environment);
+        return d;
+    }
+
+    std::shared_ptr<quorv::Host> hostFor(const Daemon& d) {
+        auto env = mac->environment();
+        env["BRIMSTELL_HELPER_SOCKET"] = d.socket();
+        auto h = brimstell::makeHost(env);
+        h->systemLog = [](int, const std::string&) {};
+        return h;
+    }
+
+    TempDir dir;
+    std::optional<brimstell::SandboxMac> mac;
+    std::string name;
+    std::string root;
+    std::string me;
+};
+
+TEST_F(HelperDaemon, HandshakeThenTrashAndRestoreEndToEnd) {
+    auto daemon = start();
+    ASSERT_TRUE(daemon->listening()) << daemon->log();
+    quorv::HostScope scope(hostFor(*daemon));
+
+    EXPECT_TRUE(Admin::start()) << daemon->log();
+    EXPECT_TRUE(Admin::ready());
+
+    mac->writeFile("/Library/Caches/com.example.cache/data", "cached");
+    const std::string folder = root + "/Library/Caches/com.example.cache";
+    EXPECT_EQ(Admin::trash({folder, root + "/System/Library/x"}), std::set<std::string>{folder});
+    const std::string inTrash = root + me + "/.Trash/com.example.cache";
+    EXPECT_FALSE(fs::exists(folder));
+    EXPECT_EQ(testing_support::readText(inTrash + "/data"), "cached");
+    const auto log = testing_support::linesOf(root + "/Library/Application Support/Brimstell/helper-moved.log");
+    ASSERT_EQ(log.size(), 1u);
+    EXPECT_EQ(log[0].rfind(me + "/.Trash/com.example.cache\t/Library/Caches/com.example.cache\t", 0), 0u) << log[0];
+
+    // The history holds it as moved by root, with the helper's paths, and puts it back through
+    // the helper.
+    auto& history = brimstell::History::shared();
+    const auto entries = history.entries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].original, "/Library/Caches/com.example.cache");
+    EXPECT_EQ(entries[0].trashed, me + "/.Trash/com.example.cache");
+    EXPECT_TRUE(entries[0].isRoot());
+    Admin::connectHistory();
+    const auto restored = history.restore(entries[0]);
+    EXPECT_TRUE(restored.ok()) << restored.message();
+    EXPECT_EQ(testing_support::readText(folder + "/data"), "cached");
+    EXPECT_EQ(testing_support::linesOf(root + "/Library/Application Support/Brimstell/helper-moved.log"),
+              std::vector<std::string>{});
+    EXPECT_EQ(Admin::restore({{inTrash, folder}}), std::vector<HelperOutcome>{HelperOutcome::refused});
+
+    // An operation outside the table runs nothing and answers empty.
+    brimstell::SocketHelperTransport transport(daemon->socket());
+    EXPECT_EQ(transport.call("rm", "-rf /", {}, 5.0), std::optional<std::string>(""));
+    EXPECT_EQ(transport.call("version", "", {}, 5.0), std::optional<std::string>("4"));
+}
+
+TEST_F(HelperDaemon, TheScriptSeesOnlyItsOwnEnvironmentAndArguments) {
+    const std::string marker = dir / "bash-env-ran";
+    mac->writeFile("/bash-env.sh", "touch '" + marker + "'\n");
+    mac->addFakeTool("/usr/bin/launchctl", "exit 0");
+    mac->addFakeTool("/usr/bin/tmutil", "env | sort > '" + root + "/tool-env.txt'; exit 0");
+    // None of this may reach the helper's script.
+    auto daemon = start({{"BASH_ENV", root + "/bash-env.sh"}, {"BRIMSTELL_ROOT", "/elsewhere"}, {"HOME", "/nowhere"},
+                         {"PATH", "/nowhere"}});
+    ASSERT_TRUE(daemon->listening()) << daemon->log();
+    quorv::HostScope scope(hostFor(*daemon));
+
+    EXPECT_TRUE(Admin::setDaemon("com.example.x", false));
+    EXPECT_TRUE(Admin::maintenance("thin"));
+    EXPECT_EQ(testing_support::linesOf(root + "/private/var/log/tools.log"),
+              (std::vector<std::string>{"/usr/bin/launchctl disable system/com.example.x",
+                                        "/usr/bin/launchctl bootout system/com.example.x",
+                                        "/usr/bin/tmutil thinlocalsnapshots / 999999999999 4"}));
+    const std::string env = testing_support::readText(root + "/tool-env.txt");
+    EXPECT_NE(env.find("PATH=" + root + "/usr/bin:" + root + "/bin:" + root + "/usr/sbin:" + root +
+                       "/sbin:/usr/bin:/bin:/usr/sbin:/sbin\n"),
+              std::string::npos)
+        << env;
+    EXPECT_NE(env.find("LC_ALL=C\n"), std::string::npos) << env;
+    EXPECT_EQ(env.find("HOME="), std::string::npos) << env;
+    EXPECT_EQ(env.find("BRIMSTELL"), std::string::npos) << env;
+    EXPECT_EQ(env.find("BASH_ENV"), std::string::npos) << env;
+    EXPECT_FALSE(fs::exists(marker));
+}
+
+TEST_F(HelperDaemon, AProgramThatIsNotBrimstellIsClosedOnAndNothingMoves) {
+    fs::create_directories(dir / "elsewhere");
+    Daemon daemon(dir.path(), {"--root", root, "--trust-exe-dir", dir / "elsewhere", "--trust-uid",
+                               std::to_string(::geteuid())});
+    ASSERT_TRUE(daemon.listening()) << daemon.log();
+    const std::string item = mac->writeFile("/Library/Caches/com.example.keep", "keep");
+
+    brimstell::SocketHelperTransport transport(daemon.socket());
+    EXPECT_EQ(transport.call("trash", "", {"/Library/Caches/com.example.keep"}, 5.0), std::nullopt);
+    EXPECT_EQ(transport.call("version", "", {}, 5.0), std::nullopt);
+    EXPECT_TRUE(fs::exists(item));
+    const std::string log = daemon.logOnce("refused a caller");
+    EXPECT_NE(log.find("refused a caller: its program " + fs::canonical("/proc/self/exe").string() +
+                       " is not an installed Brimstell program"),
+              std::string::npos)
+        << log;
+}
+
+TEST_F(HelperDaemon, AUserOutsideTheAdminGroupsIsClosedOn) {
+    if (::geteuid() != 0) GTEST_SKIP() << "becoming another user needs root";
+    fs::permissions(dir.path(), fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
+    Daemon daemon(dir.path(), {"--root", root, "--trust-exe-dir", testFolder()});
+    ASSERT_TRUE(daemon.listening()) << daemon.log();
+    // The test program itself, as nobody: only raw calls between fork and exit.
+    const char* path = daemon.socket().c_str();
+    const pid_t child = ::fork();
+    if (child == 0) {
+        if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(3);
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+        if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) ::_exit(4);
+        char byte = 0;
+        // Closed without a challenge: end of file at once.
+        ::_exit(::read(fd, &byte, 1) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_NE(daemon.logOnce("is not an administrator").find("refused a caller: nobody is not an administrator"),
+              std::string::npos)
+        << daemon.log();
+}
+
+// Bytes that were written before the challenge, or by another process than the one that connected
+// (a child it handed the socket to), are never taken as a request.
+TEST_F(HelperDaemon, OnlyTheConnectingProcessAnsweringTheChallengeIsServed) {
+    auto daemon = start();
+    ASSERT_TRUE(daemon->listening()) << daemon->log();
+    const std::string item = mac->writeFile("/Library/Caches/com.example.keep", "keep");
+    const wire::Request trash{false, "trash", "", {"/Library/Caches/com.example.keep"}};
+    {
+        SCOPED_TRACE("written before the challenge");
+        auto fd = connectTo(daemon->socket());
+        ASSERT_TRUE(fd);
+        ASSERT_TRUE(writeAll(fd.get(), *wire::encodeRequest(wire::Nonce{}, trash)));
+        EXPECT_EQ(readAll(fd.get()).size(), wire::challengeSize);  // the challenge, then nothing
+    }
+    {
+        SCOPED_TRACE("written by a child");
+        auto fd = connectTo(daemon->socket());
+        ASSERT_TRUE(fd);
+        const std::string challenge = readExactly(fd.get(), wire::challengeSize);
+        ASSERT_EQ(challenge.size(), wire::challengeSize);
+        wire::Nonce nonce{};
+        std::memcpy(nonce.data(), challenge.data() + 4, nonce.size());
+        const std::string request = *wire::encodeRequest(nonce, trash);
+        const pid_t child = ::fork();
+        if (child == 0) {
+            const bool sent = ::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL) ==
+                              static_cast<ssize_t>(request.size());
+            ::_exit(sent ? 0 : 1);
+        }
+        int status = -1;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(readAll(fd.get()), "");
+    }
+    EXPECT_TRUE(fs::exists(item));
+    const std::string log = daemon->logOnce("written by another process");
+    EXPECT_NE(log.find("its request answers another challenge"), std::string::npos) << log;
+    EXPECT_NE(log.find("its request was written by another process"), std::string::npos) << log;
+
+    // The same request, from this process, after the challenge: served.
+    brimstell::SocketHelperTransport transport(daemon->socket());
+    EXPECT_EQ(transport.call("trash", "", trash.list, 5.0),
+              "OK\t/Library/Caches/com.example.keep\t" + me + "/.Trash/com.example.keep\n");
+    EXPECT_FALSE(fs::exists(item));
+}
+
+TEST_F(HelperDaemon, OversizedRequestsAndStalledClientsDontHoldUpTheNext) {
+    auto daemon = start();
+    ASSERT_TRUE(daemon->listening()) << daemon->log();
+    std::string header = "BRQ1";
+    for (std::uint32_t v = wire::maxRequestBytes + 1, i = 0; i < 4; ++i, v >>= 8) header += static_cast<char>(v & 0xFF);
+    {
+        SCOPED_TRACE("oversized");
+        auto fd = connectTo(daemon->socket());
+        ASSERT_TRUE(fd);
+        ASSERT_EQ(readExactly(fd.get(), wire::challengeSize).size(), wire::challengeSize);
+        const auto began = Steady::now();
+        ASSERT_TRUE(writeAll(fd.get(), header));
+        EXPECT_EQ(readAll(fd.get()), "");
+        EXPECT_LT(since(began), 1.0);  // refused on its header, not after reading 16 MiB
+    }
+    // A client stalls half-way through its request: it is dropped at its deadline and the next
+    // caller is served.
+    auto stalled = connectTo(daemon->socket());
+    ASSERT_TRUE(stalled);
+    const std::string challenge = readExactly(stalled.get(), wire::challengeSize);
+    ASSERT_EQ(challenge.size(), wire::challengeSize);
+    wire::Nonce nonce{};
+    std::memcpy(nonce.data(), challenge.data() + 4, nonce.size());
+    const auto request = *wire::encodeRequest(nonce, {false, "junk", "", {}});
+    ASSERT_TRUE(writeAll(stalled.get(), request.substr(0, request.size() / 2)));
+
+    const auto began = Steady::now();
+    brimstell::SocketHelperTransport transport(daemon->socket());
+    EXPECT_EQ(transport.call("version", "", {}, 15.0), std::optional<std::string>("4"));
+    const double waited = since(began);
+    EXPECT_LT(waited, 6.5);  // the stalled client's 5 seconds, then ours
+    EXPECT_EQ(readAll(stalled.get(), 1), "");
+    const std::string log = daemon->logOnce("did not send its request in time");
+    EXPECT_NE(log.find("did not send its request in time"), std::string::npos) << log;
+}
+
+TEST_F(HelperDaemon, TheCommandLineSaysWhetherTheHelperAnswers) {
+    auto daemon = start();
+    ASSERT_TRUE(daemon->listening()) << daemon->log();
+    auto env = mac->environment();
+    env["BRIMSTELL_HELPER_SOCKET"] = daemon->socket();
+    const auto status = testing_support::runProgram(BRIMSTELL_CLI_EXE, {"helper", "status"}, env);
+    EXPECT_EQ(status.status, 0);
+    EXPECT_EQ(status.output,
+              "Helper registration: not registered\n"
+              "                     Brimstell registers it the first time it needs it.\n"
+              "Helper answers:      yes, protocol version 4\n");
+    const auto install = testing_support::runProgram(BRIMSTELL_CLI_EXE, {"helper", "install"}, env);
+    EXPECT_EQ(install.status, 0);
+    EXPECT_EQ(install.output, "The root helper is installed. Registration: enabled.\n");
+
+    env["BRIMSTELL_HELPER_SOCKET"] = dir / "no-helper.sock";
+    const auto absent = testing_support::runProgram(BRIMSTELL_CLI_EXE, {"helper", "status"}, env);
+    EXPECT_EQ(absent.output,
+              "Helper registration: enabled\n"
+              "Helper answers:      no\n");
+}
+
+}  // namespace
