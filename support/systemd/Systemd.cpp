@@ -2,6 +2,8 @@
 
 #include "support/systemd/Systemd.hpp"
 
+#include "support/text/Utf8.hpp"
+
 #include <cstdlib>
 #include <cstring>
 
@@ -86,44 +88,6 @@ ServiceStatus registrationState(bool managerReachable, bool unitFilesPresent, co
     return ServiceStatus::notRegistered;
 }
 
-bool validUtf8(const std::string& s) {
-    std::size_t i = 0;
-    while (i < s.size()) {
-        const auto c = static_cast<unsigned char>(s[i]);
-        std::size_t extra = 0;
-        unsigned minimum = 0;
-        unsigned cp = 0;
-        if (c < 0x80) {
-            ++i;
-            continue;
-        }
-        if ((c & 0xE0) == 0xC0) {
-            extra = 1;
-            cp = c & 0x1Fu;
-            minimum = 0x80;
-        } else if ((c & 0xF0) == 0xE0) {
-            extra = 2;
-            cp = c & 0x0Fu;
-            minimum = 0x800;
-        } else if ((c & 0xF8) == 0xF0) {
-            extra = 3;
-            cp = c & 0x07u;
-            minimum = 0x10000;
-        } else {
-            return false;
-        }
-        if (i + extra >= s.size()) return false;
-        for (std::size_t k = 1; k <= extra; ++k) {
-            const auto cc = static_cast<unsigned char>(s[i + k]);
-            if ((cc & 0xC0) != 0x80) return false;
-            cp = (cp << 6) | (cc & 0x3F);
-        }
-        if (cp < minimum || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return false;
-        i += extra + 1;
-    }
-    return true;
-}
-
 namespace {
 bool plainPathByte(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
@@ -141,7 +105,7 @@ std::string execWord(const std::string& path) {
     bool plain = !path.empty();
     for (char c : path) plain = plain && plainPathByte(c);
     if (plain) return path;
-    const bool utf8 = validUtf8(path);
+    const bool utf8 = isValidUtf8(path);
     std::string out = "\"";
     for (char ch : path) {
         const auto c = static_cast<unsigned char>(ch);

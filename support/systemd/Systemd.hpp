@@ -79,8 +79,6 @@ std::string unitFileState(sd_bus* bus, const char* unit);
 // How a manager's view of our units maps onto the four registration states (see the .cpp).
 ServiceStatus registrationState(bool managerReachable, bool unitFilesPresent, const std::string& unitFileState);
 
-// Bytes that are valid UTF-8.
-bool validUtf8(const std::string& s);
 
 // An executable path as the first word of ExecStart= (see the .cpp for the quoting rules).
 std::string execWord(const std::string& path);
