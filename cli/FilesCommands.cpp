@@ -1,4 +1,4 @@
-// brimstell size PATH… | trash PATH… | history | restore ID… | restore --session ID
+// brimstell size PATH… | trash PATH… | history | restore ID… | restore --session ID | trash-bin
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -6,8 +6,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iostream>
 #include <map>
 #include <optional>
+#include <set>
 
 #include <fmt/format.h>
 
@@ -17,6 +19,7 @@
 #include "kit/files/Admin.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/History.hpp"
+#include "kit/files/TrashBin.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
 #include "support/text/SizeText.hpp"
@@ -330,6 +333,113 @@ void runRestore(const std::vector<std::string>& ids, const std::string& session,
     }
 }
 
+// ---- trash-bin ----
+
+std::string itemsText(std::size_t n) { return n == 1 ? "1 item" : std::to_string(n) + " items"; }
+
+Json binItemJson(const brimstell::TrashBinItem& item) {
+    Json j = Json::object();
+    putPath(j, "location", item.location);
+    if (item.originalPath) putPath(j, "originalPath", *item.originalPath);
+    if (item.dateAdded) j["dateAdded"] = *item.dateAdded;
+    j["size"] = item.size;
+    return j;
+}
+
+void listTrashBin(bool json) {
+    std::vector<brimstell::TrashBinItem> items;
+    {
+        Spinner spinner("Measuring the Trash…");
+        items = brimstell::TrashBin::items();
+    }
+    std::sort(items.begin(), items.end(), [](const auto& a, const auto& b) {
+        return a.dateAdded.value_or(0) != b.dateAdded.value_or(0) ? a.dateAdded.value_or(0) > b.dateAdded.value_or(0)
+                                                                    : a.location < b.location;
+    });
+    if (json) {
+        Json out = Json::array();
+        for (const auto& item : items) out.push_back(binItemJson(item));
+        printJson(out);
+        return;
+    }
+    if (items.empty()) {
+        fmt::print("The Trash is empty.\n");
+        return;
+    }
+    std::size_t width = 0;
+    std::int64_t total = 0;
+    for (const auto& item : items) {
+        width = std::max(width, quorv::formatSize(item.size).size());
+        total += item.size;
+    }
+    for (const auto& item : items) {
+        const std::string added = item.dateAdded ? timeText(*item.dateAdded) : "date unknown";
+        const std::string from = item.originalPath ? "  from " + shownPath(*item.originalPath) : std::string();
+        fmt::print("{:>{}}  {:<16}  {}{}\n", quorv::formatSize(item.size), width, added, shownPath(item.location), from);
+    }
+    fmt::print("{} · {}\n", itemsText(items.size()), quorv::formatSize(total));
+}
+
+// Whether to go ahead: yes given, or a "y" typed at the terminal. nullopt: there is no one to ask.
+std::optional<bool> confirmed(const std::string& question, bool yes) {
+    if (yes) return true;
+    if (!::isatty(STDIN_FILENO)) return std::nullopt;
+    fmt::print("{} [y/N] ", question);
+    std::fflush(stdout);
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return false;
+    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
+}
+
+void emptyTrashBin(int days, bool yes, bool json, int& exitCode) {
+    std::vector<brimstell::TrashBinItem> old;
+    {
+        Spinner spinner("Measuring the Trash…");
+        old = brimstell::TrashBin::olderThan(days, quorv::host().now());
+    }
+    std::int64_t size = 0;
+    for (const auto& item : old) size += item.size;
+    if (old.empty()) {
+        if (json) {
+            printJson(Json{{"deleted", Json::array()}, {"failed", Json::array()}, {"freed", 0}});
+        } else {
+            fmt::print("Nothing in the Trash is older than {} days.\n", days);
+        }
+        return;
+    }
+    const auto go = confirmed(fmt::format("Delete {} ({}) for good?", itemsText(old.size()), quorv::formatSize(size)), yes);
+    if (!go) {
+        error(fmt::format("not deleting {} for good without --yes: there is no terminal to ask on", itemsText(old.size())));
+        exitCode = 2;
+        return;
+    }
+    if (!*go) {
+        fmt::print("Nothing deleted.\n");
+        return;
+    }
+    std::vector<std::string> locations;
+    for (const auto& item : old) locations.push_back(item.location);
+    const auto goneList = brimstell::TrashBin::deleteForGood(locations);
+    const std::set<std::string> gone(goneList.begin(), goneList.end());
+    std::int64_t freed = 0;
+    Json deleted = Json::array(), failed = Json::array();
+    for (const auto& item : old) {
+        if (gone.count(item.location)) {
+            freed += item.size;
+            deleted.push_back(binItemJson(item));
+        } else {
+            failed.push_back(binItemJson(item));
+            exitCode = 1;
+            if (!json) fmt::print("{}: couldn't be deleted\n", shownPath(item.location));
+        }
+    }
+    if (json) {
+        printJson(Json{{"deleted", std::move(deleted)}, {"failed", std::move(failed)}, {"freed", freed}});
+    } else {
+        fmt::print("Deleted {} for good, freed {}.\n", itemsText(gone.size()), quorv::formatSize(freed));
+    }
+}
+
 }  // namespace
 
 void addFilesCommands(CLI::App& app, int& exitCode) {
@@ -368,6 +478,23 @@ void addFilesCommands(CLI::App& app, int& exitCode) {
             return;
         }
         runRestore(restoreIds, restoreSession, restoreJson, exitCode);
+    });
+
+    static bool binJson = false, binYes = false;
+    static int binDays = -1;
+    auto* bin = app.add_subcommand("trash-bin", "List what is in the Trash, or delete what has been there long enough");
+    bin->add_flag("--json", binJson, "Print as JSON");
+    bin->add_option("--empty-older-than", binDays, "Delete for good the items put in the Trash more than DAYS days ago")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("DAYS");
+    bin->add_flag("--yes", binYes, "Don't ask before deleting");
+    bin->footer("Deleting for good can't be undone: those items can't be restored from the history any more.");
+    bin->callback([&exitCode] {
+        if (binDays < 0) {
+            listTrashBin(binJson);
+        } else {
+            emptyTrashBin(binDays, binYes, binJson, exitCode);
+        }
     });
 }
 

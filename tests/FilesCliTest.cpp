@@ -2,9 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <pty.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <nlohmann/json.hpp>
 
 #include "support/TestSupport.hpp"
+#include "support/TrashTestSupport.hpp"
 #include "support/posix/Files.hpp"
 
 namespace {
@@ -15,13 +21,16 @@ struct FilesCli {
     testing_support::TempDir dir;
     brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
 
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
+    std::map<std::string, std::string> environment(const std::string& now = "1790000000") const {
         auto env = mac.environment();
         env["TZ"] = "UTC";
-        env["BRIMSTELL_NOW"] = "1790000000";  // 2026-09-21 14:13:20
+        env["BRIMSTELL_NOW"] = now;  // 2026-09-21 14:13:20
         // No root helper: nothing listens on this socket.
         env["BRIMSTELL_HELPER_SOCKET"] = mac.root() + "/no-helper.sock";
-        return runProgram(BRIMSTELL_CLI_EXE, args, env);
+        return env;
+    }
+    testing_support::RunResult run(const std::vector<std::string>& args, const std::string& now = "1790000000") const {
+        return runProgram(BRIMSTELL_CLI_EXE, args, environment(now));
     }
     std::string home() const { return mac.home(); }
     std::string historyFile() const { return home() + "/Library/Application Support/Brimstell/history/history.json"; }
@@ -133,6 +142,125 @@ TEST(FilesCli, RestoreLinesWithoutTheHelper) {
     EXPECT_EQ(unknown.output, "");
     EXPECT_EQ(c.run({"restore"}).status, 2);
     EXPECT_EQ(testing_support::readText(c.historyFile()), before) << "nothing restored, nothing written";
+}
+
+TEST(FilesCli, TrashHistoryRestoreRoundTrip) {
+    FilesCli c;
+    const std::string h = c.home();
+    const std::string a = c.mac.writeFileOfSize("~/Library/Logs/a.log", 102'400);
+    const std::string b = c.mac.writeFileOfSize("~/Library/Logs/b.log", 4096);
+    const std::string notes = c.mac.writeFile("~/Library/CloudStorage/Dropbox/notes.txt", "synced");
+    const std::string missing = h + "/Library/Logs/missing.log";
+    const auto first = c.run({"trash", a, b, notes, missing});
+    EXPECT_EQ(first.status, 1);
+    EXPECT_EQ(first.output,
+              a + ": moved to " + h + "/.Trash/a.log\n" +
+              b + ": moved to " + h + "/.Trash/b.log\n" +
+              notes + ": not moved: It is synced to the cloud: removing it here would remove it everywhere.\n" +
+              missing + ": not moved: Nothing is there.\n" +
+              "Freed 106 kB.\n");
+    EXPECT_EQ(testing_support::readText(notes), "synced");
+
+    const std::string app = h + "/Library/Caches/app";
+    const std::string inner = c.mac.writeFile("~/Library/Caches/app/inner", "inner");
+    const auto second = c.run({"trash", "--json", inner, app});
+    EXPECT_EQ(second.status, 0);
+    const auto moved = nlohmann::json::parse(second.output);
+    EXPECT_EQ(moved["items"][0]["path"], inner);
+    EXPECT_EQ(moved["items"][0]["moved"], true);
+    EXPECT_EQ(moved["items"][0]["withFolder"], app);
+    EXPECT_EQ(moved["items"][1]["trashed"], h + "/.Trash/app");
+
+    const auto history = nlohmann::json::parse(c.run({"history", "--json"}).output);
+    ASSERT_EQ(history.size(), 2u);
+    EXPECT_EQ(history[0]["source"], "Command line");
+    ASSERT_EQ(history[1]["entries"].size(), 2u);
+    const std::string idA = history[1]["entries"][0]["id"], idB = history[1]["entries"][1]["id"];
+    const std::string session = history[0]["session"];
+
+    c.mac.writeFile("~/Library/Logs/a.log", "a new a.log");
+    const auto restored = c.run({"restore", idA, idB, idA});
+    EXPECT_EQ(restored.status, 1);
+    EXPECT_EQ(restored.output,
+              a + ": restored to " + h + "/Library/Logs/a (restored).log\n" +
+              b + ": restored to " + b + "\n" +
+              a + ": Couldn't restore: It's no longer in the Trash.\n");
+    EXPECT_EQ(testing_support::readText(h + "/Library/Logs/a (restored).log"), std::string(102'400, 'x'));
+    EXPECT_EQ(testing_support::readText(a), "a new a.log");
+
+    const auto bySession = c.run({"restore", "--session", session});
+    EXPECT_EQ(bySession.status, 0);
+    EXPECT_EQ(bySession.output, app + ": restored to " + app + "\n");
+    EXPECT_EQ(testing_support::readText(inner), "inner");
+    EXPECT_EQ(c.run({"restore", "--session", session}).output, "Everything of that session is back already.\n");
+    EXPECT_EQ(c.run({"trash-bin"}).output, "The Trash is empty.\n");
+}
+
+// Runs the command with a terminal as its standard input and output, typing `typed`.
+std::string runOnTerminal(const std::vector<std::string>& args, const std::map<std::string, std::string>& env,
+                          const std::string& typed) {
+    std::vector<std::string> envStrings;
+    for (const auto& [k, v] : env) envStrings.push_back(k + "=" + v);
+    envStrings.push_back("PATH=/usr/bin:/bin");
+    int master = -1;
+    const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
+    if (pid == 0) {
+        std::vector<char*> argv{const_cast<char*>(BRIMSTELL_CLI_EXE)};
+        for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+        argv.push_back(nullptr);
+        std::vector<char*> envp;
+        for (auto& e : envStrings) envp.push_back(e.data());
+        envp.push_back(nullptr);
+        ::execve(BRIMSTELL_CLI_EXE, argv.data(), envp.data());
+        ::_exit(127);
+    }
+    if (pid < 0) return "forkpty failed";
+    if (::write(master, typed.data(), typed.size()) != static_cast<ssize_t>(typed.size())) return "write failed";
+    std::string out;
+    char buf[4096];
+    ssize_t n;
+    while ((n = ::read(master, buf, sizeof buf)) > 0) out.append(buf, static_cast<size_t>(n));
+    ::close(master);
+    ::waitpid(pid, nullptr, 0);
+    return out;
+}
+
+TEST(FilesCli, TrashBinListsAndEmptiesOldItems) {
+    FilesCli c;
+    const std::string h = c.home();
+    EXPECT_EQ(c.run({"trash-bin"}).output, "The Trash is empty.\n");
+    const std::string x = c.mac.writeFileOfSize("~/Library/Logs/x.log", 102'400);
+    ASSERT_EQ(c.run({"trash", x}).status, 0);
+    EXPECT_EQ(c.run({"trash-bin"}).output,
+              "102 kB  2026-09-21 14:13  " + h + "/.Trash/x.log  from " + x + "\n" +
+              "1 item · 102 kB\n");
+    const auto listed = nlohmann::json::parse(c.run({"trash-bin", "--json"}).output);
+    EXPECT_EQ(listed[0]["location"], h + "/.Trash/x.log");
+    EXPECT_EQ(listed[0]["originalPath"], x);
+    EXPECT_EQ(listed[0]["size"], 102'400);
+
+    const std::string monthLater = "1792678400";  // 31 days on
+    EXPECT_EQ(c.run({"trash-bin", "--empty-older-than", "31"}, monthLater).output,
+              "Nothing in the Trash is older than 31 days.\n");
+    const auto refused = c.run({"trash-bin", "--empty-older-than", "30"}, monthLater);
+    EXPECT_EQ(refused.status, 2) << "no terminal to ask on, and no --yes";
+    EXPECT_EQ(refused.output, "");
+    EXPECT_TRUE(testing_support::exists(h + "/.Trash/x.log"));
+
+    const std::string no = runOnTerminal({"trash-bin", "--empty-older-than", "30"}, c.environment(monthLater), "n\n");
+    EXPECT_NE(no.find("Delete 1 item (102 kB) for good? [y/N] "), std::string::npos) << no;
+    EXPECT_NE(no.find("Nothing deleted."), std::string::npos) << no;
+    EXPECT_TRUE(testing_support::exists(h + "/.Trash/x.log"));
+
+    const std::string yes = runOnTerminal({"trash-bin", "--empty-older-than", "30"}, c.environment(monthLater), "y\n");
+    EXPECT_NE(yes.find("Deleted 1 item for good, freed 102 kB."), std::string::npos) << yes;
+    EXPECT_FALSE(testing_support::exists(h + "/.Trash/x.log"));
+
+    const std::string y = c.mac.writeFileOfSize("~/Library/Logs/y.log", 4096);
+    ASSERT_EQ(c.run({"trash", y}).status, 0);
+    EXPECT_EQ(c.run({"trash-bin", "--empty-older-than", "30", "--yes"}, monthLater).output,
+              "Deleted 1 item for good, freed 4 kB.\n");
+    EXPECT_EQ(c.run({"trash-bin"}).output, "The Trash is empty.\n");
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 #include "kit/files/History.hpp"
 #include "support/FakeTrash.hpp"
 #include "support/FileTree.hpp"
+#include "support/TrashTestSupport.hpp"
 #include "support/TestSupport.hpp"
 #include "support/posix/Files.hpp"
 #include "support/text/Uuid.hpp"
@@ -445,37 +446,42 @@ TEST(HistoryRestore, FindsItsItemRenamedInTheTrashByIdentity) {
     EXPECT_EQ(h.trash->forgotten(), std::vector<std::string>{renamed});
 }
 
-// Hostile names go to the Trash, through the history file and back, unchanged to the byte.
-TEST(HistoryRestore, HostileNamesRoundTripByteForByte) {
-    HistorySandbox h;
-    const std::string top = h.doc("hostile");
+// Hostile names go to the Trash, through the history file and back, unchanged to the byte: with
+// the test Trash, a sandbox Mac's ~/.Trash and the freedesktop.org Trash (which shortens a long
+// name in its files/ folder and keeps a .trashinfo that a restore must take away).
+void hostileRoundTrip(const std::string& folder, bool deep) {
+    const std::string top = folder + "/hostile";
     const std::vector<std::string> names{"line\nfeed",     "tab\tname", "not utf-8 \xff\xfe\xc3", std::string(255, 'n'),
                                          "\xc3\xa9t\xc3\xa9", " leading space", "-dash", "quote'\"\\"};
     ASSERT_TRUE(quorv::files::makeFolders(top + "/inside", 0755));
     for (const auto& n : names) {
         writePlain(top + "/inside/" + n, "content of " + n);
-        writePlain(h.doc(n), "top " + n);
+        writePlain(folder + "/" + n, "top " + n);
     }
     ASSERT_EQ(::symlink("../nowhere\n", (top + "/inside/link").c_str()), 0);
     ::chmod((top + "/inside/" + names[0]).c_str(), 0600);
-    ASSERT_TRUE(testing_support::makeChain(top, "d", 2000));
+    if (deep) {
+        ASSERT_TRUE(testing_support::makeChain(top, "d", 2000));
+    }
 
     std::vector<std::string> paths{top};
-    for (const auto& n : names) paths.push_back(h.doc(n));
+    for (const auto& n : names) paths.push_back(folder + "/" + n);
     std::vector<std::vector<testing_support::TreeNode>> before;
     for (const auto& p : paths) before.push_back(testing_support::snapshotTree(p));
-    ASSERT_GT(before[0].size(), 2000u);
+    if (deep) {
+        ASSERT_GT(before[0].size(), 2000u);
+    }
 
-    const std::int64_t deepSize = FS::size(top);
-    EXPECT_GT(deepSize, 0);
+    const std::int64_t topSize = FS::size(top);
+    EXPECT_GT(topSize, 0);
     const auto moved = FS::trash(paths, {}, std::string("Hostile"));
     for (const auto& [path, why] : moved.reasons) ADD_FAILURE() << path << ": " << why;
     ASSERT_EQ(moved.moved.size(), paths.size());
     for (const auto& p : paths) EXPECT_EQ(::access(p.c_str(), F_OK), -1);
-    EXPECT_EQ(moved.moved[0].size, deepSize) << "the deep folder was measured";
+    EXPECT_EQ(moved.moved[0].size, topSize) << "the folder was measured before it moved";
 
     // Through the file: a fresh object reads what the mover recorded.
-    History reread(h.historyFile());
+    History reread(History::defaultFile());
     const auto entries = reread.entries();
     ASSERT_EQ(entries.size(), paths.size());
     for (std::size_t i = 0; i < paths.size(); ++i) EXPECT_EQ(entries[i].original, paths[i]);
@@ -486,7 +492,27 @@ TEST(HistoryRestore, HostileNamesRoundTripByteForByte) {
         EXPECT_EQ(testing_support::snapshotTree(paths[i]), before[i]) << i;
         EXPECT_EQ(reread.status(reread.entries()[i]), EntryStatus::restored);
     }
-    testing_support::removeTree(top);
+    EXPECT_TRUE(quorv::host().trash->list().empty()) << "the Trash forgot what came back";
+    if (deep) testing_support::removeTree(top);
+}
+
+TEST(HistoryRestore, HostileNamesRoundTripByteForByte) {
+    {
+        HistorySandbox h;  // the test Trash
+        hostileRoundTrip(h.s.mac.home() + "/Documents", false);
+    }
+    {
+        testing_support::SandboxHost mac(now);  // a sandbox Mac's own ~/.Trash
+        quorv::HostScope scope(mac.host);
+        hostileRoundTrip(mac.mac.home() + "/Documents", false);
+    }
+    testing_support::LinuxTrashHost freedesktop(now);  // the freedesktop.org Trash
+    quorv::HostScope scope(freedesktop.host);
+    testing_support::makeFolders(freedesktop.home + "/Documents");
+    hostileRoundTrip(freedesktop.home + "/Documents", true);
+    EXPECT_EQ(testing_support::snapshotTree(freedesktop.trash + "/info"),
+              (std::vector<testing_support::TreeNode>{{"", 'd', "", 0700}}))
+        << "no .trashinfo left behind";
 }
 
 TEST(HistoryQueries, SessionsFreedAndStatus) {

@@ -3,6 +3,7 @@
 #include "kit/agent/RecordedAgentService.hpp"
 #include "kit/files/Admin.hpp"
 #include "kit/files/InProcessHelperTransport.hpp"
+#include "kit/files/SandboxTrash.hpp"
 #include "kit/files/SocketHelperTransport.hpp"
 #include "support/notify/OutboxNotifier.hpp"
 #include "support/settings/PlistFileStore.hpp"
@@ -10,10 +11,12 @@
 #ifdef __APPLE__
 #include "kit/agent/MacAgentService.hpp"
 #include "kit/files/MacHelper.hpp"
+#include "kit/files/MacTrash.hpp"
 #include "support/notify/MacNotifier.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
 #else
 #include "kit/agent/SystemdAgentService.hpp"
+#include "kit/files/FreedesktopTrash.hpp"
 #include "kit/files/SystemdHelperService.hpp"
 #include "support/notify/DBusNotifier.hpp"
 #endif
@@ -53,6 +56,17 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         h->agentService = makeMacAgentService();
 #else
         h->agentService = std::make_shared<SystemdAgentService>(h->executableDir + "/brimstell-agent");
+#endif
+    }
+
+    // The Trash: a sandbox Mac's ~/.Trash, else the platform's own.
+    if (h->sandbox) {
+        h->trash = std::make_shared<SandboxTrash>();
+    } else {
+#ifdef __APPLE__
+        h->trash = makeMacTrash();
+#else
+        h->trash = std::make_shared<FreedesktopTrash>();
 #endif
     }
 

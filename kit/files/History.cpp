@@ -17,9 +17,9 @@
 
 #include "kit/files/FS.hpp"
 #include "kit/files/FileEvents.hpp"
+#include "kit/files/LinkSafe.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
-#include "support/posix/ExclusiveRename.hpp"
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/UniqueFd.hpp"
@@ -213,7 +213,7 @@ bool History::setAsideLocked() {
     const std::string base = fmt::format("{}.{}", file_, seconds);
     for (int n = 1; n <= 100; ++n) {
         const std::string target = n == 1 ? base : fmt::format("{}.{}", base, n);
-        const int rc = quorv::renameExclusive(AT_FDCWD, file_.c_str(), AT_FDCWD, target.c_str());
+        const int rc = LinkSafe::renameNoReplace(AT_FDCWD, file_, AT_FDCWD, target);
         if (rc == 0 || rc == ENOENT) return true;
         if (rc != EEXIST) return false;
     }
@@ -449,7 +449,7 @@ RestoreResult History::putBack(const HistoryEntry& e) {
     if (!dir) return failure(fmt::format("Its folder couldn't be opened ({}).", std::strerror(errno)));
     for (int n = 0; n <= maxRestoredNames; ++n) {
         const std::string candidate = n == 0 ? name : restoredName(name, n);
-        const int rc = quorv::renameExclusive(AT_FDCWD, source.c_str(), dir.get(), candidate.c_str());
+        const int rc = LinkSafe::renameNoReplace(AT_FDCWD, source, dir.get(), candidate);
         if (rc == EEXIST) continue;
         if (rc != 0) return failure(fmt::format("It couldn't be moved back ({}).", std::strerror(rc)));
         trash->forgetRestored(source);

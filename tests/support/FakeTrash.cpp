@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "support/posix/ExclusiveRename.hpp"
+#include "kit/files/LinkSafe.hpp"
 #include "support/posix/Files.hpp"
 
 namespace testing_support {
@@ -26,7 +26,7 @@ std::optional<std::string> FakeTrash::moveToTrash(const std::string& path, std::
     const std::string name = quorv::files::nameOf(p);
     for (int n = 1; n < 1000; ++n) {
         const std::string candidate = folder + "/" + (n == 1 ? name : name + " " + std::to_string(n));
-        const int rc = quorv::renameExclusive(AT_FDCWD, p.c_str(), AT_FDCWD, candidate.c_str());
+        const int rc = brimstell::LinkSafe::renameNoReplace(AT_FDCWD, p, AT_FDCWD, candidate);
         if (rc == 0) return candidate;
         if (rc != EEXIST) {
             error = std::string("It could not be moved (") + std::strerror(rc) + ").";

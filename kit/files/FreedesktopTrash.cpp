@@ -1,0 +1,469 @@
+#include "kit/files/FreedesktopTrash.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <set>
+#include <utility>
+
+#include "kit/files/LinkSafe.hpp"
+#include "kit/files/TrashInfo.hpp"
+#include "kit/files/TrashNames.hpp"
+#include "kit/files/TrashTexts.hpp"
+#include "support/host/Host.hpp"
+#include "support/posix/Files.hpp"
+
+namespace brimstell {
+
+using quorv::host;
+using quorv::UniqueFd;
+namespace files = quorv::files;
+
+namespace {
+
+// "<name>.trashinfo" must fit in one file name, so an item's name in the Trash is kept this short.
+constexpr std::size_t maxNameBytes = 255 - std::string_view(".trashinfo").size();
+constexpr int maxNumberedNames = 10000;
+constexpr std::size_t maxInfoBytes = 64 * 1024;
+constexpr const char* infoSuffix = ".trashinfo";
+
+std::string uidText() { return std::to_string(host().uid); }
+
+std::string trimSlashes(std::string p) {
+    while (p.size() > 1 && p.back() == '/') p.pop_back();
+    return p;
+}
+
+std::string join(const std::string& folder, const std::string& name) {
+    return folder == "/" ? "/" + name : folder + "/" + name;
+}
+
+// A Trash folder: the home Trash, or one in the top folder of a mount (Paths relative to top).
+struct TrashDir {
+    std::string path;
+    std::optional<std::string> top;
+};
+
+bool ownedDir(const struct stat& st) { return S_ISDIR(st.st_mode) && st.st_uid == host().uid; }
+
+UniqueFd openDir(int dirFd, const char* name) {
+    return UniqueFd(::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+// "$top/.Trash/$uid": only when .Trash is a real folder with the sticky bit, and $uid is ours.
+UniqueFd openSharedTrash(int topFd, bool create) {
+    struct stat st{};
+    if (::fstatat(topFd, ".Trash", &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(st.st_mode) || !(st.st_mode & S_ISVTX)) {
+        return {};
+    }
+    UniqueFd shared = openDir(topFd, ".Trash");
+    if (!shared || ::fstat(shared.get(), &st) != 0 || !(st.st_mode & S_ISVTX)) return {};
+    const std::string uid = uidText();
+    if (create && ::mkdirat(shared.get(), uid.c_str(), 0700) != 0 && errno != EEXIST) return {};
+    UniqueFd mine = openDir(shared.get(), uid.c_str());
+    if (!mine || ::fstat(mine.get(), &st) != 0 || !ownedDir(st)) return {};
+    return mine;
+}
+
+// "$top/.Trash-$uid": made 0700 when missing; it must be ours and not a link.
+UniqueFd openOwnTrash(int topFd, bool create) {
+    const std::string name = ".Trash-" + uidText();
+    if (create && ::mkdirat(topFd, name.c_str(), 0700) != 0 && errno != EEXIST) return {};
+    UniqueFd mine = openDir(topFd, name.c_str());
+    struct stat st{};
+    if (!mine || ::fstat(mine.get(), &st) != 0 || !ownedDir(st)) return {};
+    return mine;
+}
+
+// Opens a known Trash folder for reading or erasing, checking it as moveToTrash would.
+UniqueFd openTrash(const TrashDir& trash) {
+    if (!trash.top) return UniqueFd(::open(trash.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd top = LinkSafe::openFolder(*trash.top, true);
+    if (!top) return {};
+    if (files::nameOf(trash.path) == ".Trash-" + uidText()) return openOwnTrash(top.get(), false);
+    return openSharedTrash(top.get(), false);
+}
+
+// The Trash that a location in some Trash's files/ folder belongs to, from its path alone.
+std::optional<std::pair<TrashDir, std::string>> trashOf(std::string location) {
+    location = trimSlashes(std::move(location));
+    if (location.empty() || location[0] != '/') return std::nullopt;
+    const std::string name = files::nameOf(location);
+    const std::string filesDir = files::parentOf(location);
+    if (name.empty() || name == "." || name == ".." || files::nameOf(filesDir) != "files") return std::nullopt;
+    const std::string trash = files::parentOf(filesDir);
+    const std::string uid = uidText();
+    if (trash == FreedesktopTrash::homeTrash()) return std::make_pair(TrashDir{trash, std::nullopt}, name);
+    if (files::nameOf(trash) == ".Trash-" + uid) {
+        return std::make_pair(TrashDir{trash, files::parentOf(trash)}, name);
+    }
+    const std::string shared = files::parentOf(trash);
+    if (files::nameOf(trash) == uid && files::nameOf(shared) == ".Trash") {
+        return std::make_pair(TrashDir{trash, files::parentOf(shared)}, name);
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes) {
+    UniqueFd fd(::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat st{};
+    if (!fd || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    std::string out;
+    char buf[8192];
+    for (;;) {
+        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return std::nullopt;
+        if (n == 0) return out;
+        if (out.size() + static_cast<std::size_t>(n) > maxBytes) return std::nullopt;
+        out.append(buf, static_cast<std::size_t>(n));
+    }
+}
+
+bool writeAll(int fd, std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t n = ::write(fd, data.data(), data.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        data.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+// Drops the line of the folder `name` from the Trash's "directorysizes" cache, when it has one:
+// "<bytes> <mtime> <percent-encoded name>" per line.
+void dropDirectorySize(int trashFd, const std::string& trashPath, const std::string& name) {
+    const auto text = readAt(trashFd, "directorysizes", 16u << 20);
+    if (!text) return;
+    std::string kept;
+    bool dropped = false;
+    std::string_view rest(*text);
+    while (!rest.empty()) {
+        const auto end = rest.find('\n');
+        const std::string_view line = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        const auto first = line.find(' ');
+        const auto second = first == std::string_view::npos ? first : line.find(' ', first + 1);
+        if (second != std::string_view::npos && TrashInfo::percentDecode(line.substr(second + 1)) == name) {
+            dropped = true;
+            continue;
+        }
+        if (!line.empty()) {
+            kept.append(line);
+            kept.push_back('\n');
+        }
+    }
+    if (dropped) files::writeAtomically(trashPath + "/directorysizes", kept, 0600);
+}
+
+// Mount points from a mountinfo text, as system paths. Left out: pseudo file systems, automounts
+// (looking into one mounts it) and network file systems (a server that is gone would hang the
+// listing, and with it the agent's run; moving an item there still works).
+std::vector<std::string> mountPoints(std::string_view text) {
+    static const std::set<std::string, std::less<>> skipped = {
+        "autofs",     "proc",   "sysfs",     "cgroup",    "cgroup2",     "devpts",     "mqueue",
+        "debugfs",    "tracefs", "securityfs", "pstore",   "bpf",         "configfs",   "fusectl",
+        "hugetlbfs",  "binfmt_misc", "nsfs", "efivarfs",  "nfs",         "nfs4",       "cifs",
+        "smb3",       "smbfs",  "afs",       "ceph",      "fuse.sshfs",  "fuse.rclone", "davfs"};
+    auto unescape = [](std::string_view field) {
+        std::string out;
+        for (std::size_t i = 0; i < field.size(); ++i) {
+            if (field[i] == '\\' && i + 3 < field.size()) {
+                const auto o = field.substr(i + 1, 3);
+                if (o[0] >= '0' && o[0] <= '3' && o[1] >= '0' && o[1] <= '7' && o[2] >= '0' && o[2] <= '7') {
+                    out.push_back(static_cast<char>((o[0] - '0') * 64 + (o[1] - '0') * 8 + (o[2] - '0')));
+                    i += 3;
+                    continue;
+                }
+            }
+            out.push_back(field[i]);
+        }
+        return out;
+    };
+    std::vector<std::string> out;
+    std::set<std::string> seen;
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        std::string_view line = text.substr(0, end);
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+        std::vector<std::string_view> fields;
+        while (!line.empty()) {
+            const auto space = line.find(' ');
+            fields.push_back(line.substr(0, space));
+            line = space == std::string_view::npos ? std::string_view() : line.substr(space + 1);
+        }
+        const auto dash = std::find(fields.begin(), fields.end(), "-");
+        if (fields.size() < 5 || dash == fields.end() || dash + 1 == fields.end()) continue;
+        if (skipped.count(*(dash + 1)) != 0) continue;
+        std::string point = unescape(fields[4]);
+        if (point.empty() || point[0] != '/') continue;
+        if (seen.insert(point).second) out.push_back(std::move(point));
+    }
+    return out;
+}
+
+// Every Trash folder of this user that list() reads: the home Trash, then the mounts' ones.
+std::vector<TrashDir> knownTrashes() {
+    std::vector<TrashDir> out;
+    std::set<std::pair<dev_t, ino_t>> seen;
+    auto add = [&](const TrashDir& trash, int fd) {
+        struct stat st{};
+        if (fd >= 0 && ::fstat(fd, &st) == 0 && seen.insert({st.st_dev, st.st_ino}).second) out.push_back(trash);
+    };
+    const std::string home = FreedesktopTrash::homeTrash();
+    UniqueFd homeFd(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    add({home, std::nullopt}, homeFd.get());
+
+    const auto mountinfo = files::read(host().path("/proc/self/mountinfo"), 16u << 20);
+    if (!mountinfo) return out;
+    const std::string uid = uidText();
+    for (const auto& point : mountPoints(*mountinfo)) {
+        const std::string top = trimSlashes(host().path(point));
+        UniqueFd topFd = LinkSafe::openFolder(top, true);
+        if (!topFd) continue;
+        UniqueFd shared = openSharedTrash(topFd.get(), false);
+        if (shared) add({join(top, ".Trash/" + uid), top}, shared.get());
+        UniqueFd own = openOwnTrash(topFd.get(), false);
+        if (own) add({join(top, ".Trash-" + uid), top}, own.get());
+    }
+    return out;
+}
+
+// The device of path, or of its nearest existing ancestor when it doesn't exist yet.
+std::optional<dev_t> deviceOf(std::string path) {
+    for (;;) {
+        struct stat st{};
+        if (::stat(path.c_str(), &st) == 0) return st.st_dev;
+        if (errno != ENOENT || path == "/" || path.empty()) return std::nullopt;
+        path = files::parentOf(path);
+    }
+}
+
+// Walks up from the folder fd while the device stays the same (".." never follows a link) and
+// returns the top folder of that file system.
+UniqueFd topFolderOf(int folderFd) {
+    UniqueFd current = LinkSafe::openFolderAt(folderFd, ".");
+    struct stat st{};
+    if (!current || ::fstat(current.get(), &st) != 0) return {};
+    for (int depth = 0; depth < 4096; ++depth) {
+        UniqueFd up = LinkSafe::openFolderAt(current.get(), "..");
+        struct stat upSt{};
+        if (!up || ::fstat(up.get(), &upSt) != 0) return {};
+        if (upSt.st_dev != st.st_dev || upSt.st_ino == st.st_ino) return current;
+        current = std::move(up);
+        st = upSt;
+    }
+    return {};
+}
+
+// Claims a name in the Trash with its .trashinfo, then moves the item under it.
+std::optional<std::string> place(int trashFd, const std::string& trashPath, int parentFd, const std::string& name,
+                                 const std::string& infoText, std::string& error) {
+    for (const char* sub : {"files", "info"}) {
+        if (::mkdirat(trashFd, sub, 0700) != 0 && errno != EEXIST) {
+            error = trashText::forError(errno);
+            return std::nullopt;
+        }
+    }
+    UniqueFd filesFd = openDir(trashFd, "files");
+    UniqueFd infoFd = openDir(trashFd, "info");
+    if (!filesFd || !infoFd) {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    for (int n = 1; n <= maxNumberedNames; ++n) {
+        const std::string candidate = TrashNames::freedesktop(name, n, maxNameBytes);
+        if (candidate.empty()) break;
+        const std::string info = candidate + infoSuffix;
+        UniqueFd fd(::openat(infoFd.get(), info.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!fd) {
+            if (errno == EEXIST) continue;
+            error = trashText::forError(errno);
+            return std::nullopt;
+        }
+        // Not synced, as gio and trash-cli don't: a crash that loses it leaves the item listed
+        // without its original place (the cleaning history still has it), and a bulk move
+        // stays fast.
+        if (!writeAll(fd.get(), infoText)) {
+            fd.reset();
+            ::unlinkat(infoFd.get(), info.c_str(), 0);
+            error = trashText::notMoved;
+            return std::nullopt;
+        }
+        fd.reset();
+        const int failure = LinkSafe::renameNoReplace(parentFd, name, filesFd.get(), candidate);
+        if (failure == 0) return join(trashPath, "files/" + candidate);
+        ::unlinkat(infoFd.get(), info.c_str(), 0);
+        if (failure == EEXIST || failure == ENOTEMPTY) continue;
+        error = trashText::forError(failure);
+        return std::nullopt;
+    }
+    error = trashText::notMoved;
+    return std::nullopt;
+}
+
+}  // namespace
+
+std::string FreedesktopTrash::homeTrash() {
+    const auto& h = host();
+    auto data = h.env("XDG_DATA_HOME");
+    // Relative values don't count, as with every XDG base directory.
+    if (data && !data->empty() && (*data)[0] == '/') return join(trimSlashes(*data), "Trash");
+    return h.inHome(".local/share/Trash");
+}
+
+std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& given, std::string& error) {
+    error.clear();
+    const std::string path = trimSlashes(given);
+    const std::string name = files::nameOf(path);
+    if (path.empty() || path[0] != '/' || path == "/" || name.empty() || name == "." || name == "..") {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    const std::string parent = files::parentOf(path);
+    UniqueFd parentFd = LinkSafe::openFolder(parent, true);
+    if (!parentFd) {
+        error = trashText::forError(errno);
+        return std::nullopt;
+    }
+    struct stat item{}, folder{};
+    if (::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0 || ::fstat(parentFd.get(), &folder) != 0) {
+        error = trashText::forError(errno);
+        return std::nullopt;
+    }
+    if (S_ISDIR(item.st_mode) && item.st_dev != folder.st_dev) {
+        error = trashText::notMoved;  // a mount point itself
+        return std::nullopt;
+    }
+    // Where the item really is: its folder's path as the kernel has it, links in it resolved.
+    const std::string realParent = LinkSafe::pathOf(parentFd.get()).value_or(parent);
+    const std::string itemPath = join(realParent, name);
+
+    const std::string home = homeTrash();
+    UniqueFd trashFd;
+    std::string trashPath;
+    std::string recorded = itemPath;
+    if (deviceOf(home) == item.st_dev) {
+        if (!files::makeFolders(home, 0700)) {
+            error = trashText::notMoved;
+            return std::nullopt;
+        }
+        trashFd.reset(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        trashPath = home;
+    } else {
+        UniqueFd top = topFolderOf(parentFd.get());
+        const auto topPath = top ? LinkSafe::pathOf(top.get()) : std::nullopt;
+        if (topPath && LinkSafe::isInside(itemPath, *topPath)) {
+            trashFd = openSharedTrash(top.get(), true);
+            trashPath = join(*topPath, ".Trash/" + uidText());
+            if (!trashFd) {
+                trashFd = openOwnTrash(top.get(), true);
+                trashPath = join(*topPath, ".Trash-" + uidText());
+            }
+            // Paths in a top folder's Trash are relative to it, so the disk can be mounted elsewhere.
+            recorded = *topPath == "/" ? itemPath.substr(1) : itemPath.substr(topPath->size() + 1);
+        }
+        struct stat trashSt{};
+        if (!trashFd || ::fstat(trashFd.get(), &trashSt) != 0 || trashSt.st_dev != item.st_dev) {
+            error = trashText::otherDisk;
+            return std::nullopt;
+        }
+    }
+    if (!trashFd) {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trashPath);
+    if (LinkSafe::isInside(itemPath, realTrash) || LinkSafe::isInside(realParent, realTrash)) {
+        error = trashText::alreadyInTrash;
+        return std::nullopt;
+    }
+    if (LinkSafe::isInside(realTrash, itemPath)) {
+        error = trashText::holdsTrash;
+        return std::nullopt;
+    }
+    const std::string infoText = TrashInfo::format(recorded, host().now(), host().calendar);
+    return place(trashFd.get(), trashPath, parentFd.get(), name, infoText, error);
+}
+
+std::vector<quorv::TrashedItem> FreedesktopTrash::list() {
+    std::vector<quorv::TrashedItem> out;
+    for (const auto& trash : knownTrashes()) {
+        UniqueFd trashFd = openTrash(trash);
+        if (!trashFd) continue;
+        UniqueFd filesFd = openDir(trashFd.get(), "files");
+        UniqueFd infoFd = openDir(trashFd.get(), "info");
+        if (!filesFd) continue;
+        const int listFd = ::dup(filesFd.get());
+        DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+        if (!dir) {
+            if (listFd >= 0) ::close(listFd);
+            continue;
+        }
+        std::vector<quorv::TrashedItem> items;
+        while (const dirent* entry = ::readdir(dir)) {
+            const std::string name(entry->d_name);
+            if (name == "." || name == "..") continue;
+            quorv::TrashedItem item;
+            item.location = join(trash.path, "files/" + name);
+            const auto text = infoFd ? readAt(infoFd.get(), name + infoSuffix, maxInfoBytes) : std::nullopt;
+            if (text) {
+                TrashInfo info = TrashInfo::parse(*text, host().calendar);
+                if (info.path && (*info.path)[0] == '/') {
+                    item.originalPath = info.path;
+                } else if (info.path && trash.top) {
+                    item.originalPath = join(*trash.top, *info.path);
+                }
+                item.dateAdded = info.deletionDate;
+            }
+            items.push_back(std::move(item));
+        }
+        ::closedir(dir);
+        std::sort(items.begin(), items.end(), [](const auto& a, const auto& b) { return a.location < b.location; });
+        for (auto& i : items) out.push_back(std::move(i));
+    }
+    return out;
+}
+
+std::vector<std::string> FreedesktopTrash::erase(const std::vector<std::string>& locations) {
+    std::vector<std::string> gone;
+    for (const auto& location : locations) {
+        const auto found = trashOf(location);
+        if (!found) continue;
+        const auto& [trash, name] = *found;
+        UniqueFd trashFd = openTrash(trash);
+        UniqueFd filesFd = trashFd ? openDir(trashFd.get(), "files") : UniqueFd();
+        struct stat filesSt{}, st{};
+        if (!filesFd || ::fstat(filesFd.get(), &filesSt) != 0) continue;
+        const bool folder = ::fstatat(filesFd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode);
+        if (!LinkSafe::removeTree(filesFd.get(), name, filesSt.st_dev)) continue;
+        UniqueFd infoFd = openDir(trashFd.get(), "info");
+        if (infoFd) ::unlinkat(infoFd.get(), (name + infoSuffix).c_str(), 0);
+        if (folder) dropDirectorySize(trashFd.get(), trash.path, name);
+        gone.push_back(location);
+    }
+    return gone;
+}
+
+void FreedesktopTrash::forgetRestored(const std::string& location) {
+    const auto found = trashOf(location);
+    if (!found) return;
+    const auto& [trash, name] = *found;
+    UniqueFd trashFd = openTrash(trash);
+    UniqueFd filesFd = trashFd ? openDir(trashFd.get(), "files") : UniqueFd();
+    if (!filesFd) return;
+    struct stat st{};
+    // Only the bookkeeping of an item that really left: never orphan one still in the Trash.
+    if (::fstatat(filesFd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT) return;
+    UniqueFd infoFd = openDir(trashFd.get(), "info");
+    if (infoFd) ::unlinkat(infoFd.get(), (name + infoSuffix).c_str(), 0);
+    dropDirectorySize(trashFd.get(), trash.path, name);
+}
+
+bool FreedesktopTrash::isInTrash(const std::string& location) { return trashOf(location).has_value(); }
+
+}  // namespace brimstell

@@ -1,0 +1,298 @@
+#include "kit/files/SandboxTrash.hpp"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include "kit/files/LinkSafe.hpp"
+#include "kit/files/TrashInfo.hpp"
+#include "kit/files/TrashNames.hpp"
+#include "kit/files/TrashTexts.hpp"
+#include "support/host/Host.hpp"
+#include "support/posix/FileLock.hpp"
+#include "support/posix/Files.hpp"
+
+namespace brimstell {
+
+using quorv::host;
+using quorv::UniqueFd;
+namespace files = quorv::files;
+
+namespace {
+
+constexpr const char* ledgerName = ".brimstell-trash.json";
+constexpr const char* lockName = ".brimstell-trash.lock";
+constexpr std::size_t maxNameBytes = 255;
+constexpr int maxNumberedNames = 10000;
+
+// Files of the Trash folder that are its bookkeeping, not items: Finder's and ours (the ledger's
+// temporary files included).
+bool bookkeeping(const std::string& name) {
+    static const std::string temporary = std::string(".") + ledgerName + ".";
+    return name == ".DS_Store" || name == ".localized" || name == ledgerName || name == lockName ||
+           (name.rfind(temporary, 0) == 0 && name.size() > 4 && name.compare(name.size() - 4, 4, ".tmp") == 0);
+}
+
+std::string trimSlashes(std::string p) {
+    while (p.size() > 1 && p.back() == '/') p.pop_back();
+    return p;
+}
+
+struct Entry {
+    std::string original;
+    double dateAdded = 0;
+    std::string file;  // fileID of the item when it was moved
+};
+using Ledger = std::map<std::string, Entry>;
+
+// The item's identity: device, inode and, where the file system keeps one, its birth time, so
+// that a new file that reuses a freed inode number is not taken for the one that was moved.
+std::string fileID(int dirFd, const std::string& name) {
+    unsigned long long device = 0, inode = 0;
+    long long bornSeconds = 0;
+    long bornNanoseconds = 0;
+#ifdef __APPLE__
+    struct stat st{};
+    if (::fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return {};
+    device = static_cast<unsigned long long>(st.st_dev);
+    inode = static_cast<unsigned long long>(st.st_ino);
+    bornSeconds = st.st_birthtimespec.tv_sec;
+    bornNanoseconds = st.st_birthtimespec.tv_nsec;
+#else
+    struct statx sx{};
+    if (::statx(dirFd, name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &sx) != 0) return {};
+    device = (static_cast<unsigned long long>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
+    inode = sx.stx_ino;
+    if (sx.stx_mask & STATX_BTIME) {
+        bornSeconds = sx.stx_btime.tv_sec;
+        bornNanoseconds = sx.stx_btime.tv_nsec;
+    }
+#endif
+    return std::to_string(device) + ":" + std::to_string(inode) + ":" + std::to_string(bornSeconds) + "." +
+           std::to_string(bornNanoseconds);
+}
+
+Ledger load(const std::string& trash) {
+    Ledger ledger;
+    const auto text = files::read(trash + "/" + ledgerName, 16u << 20);
+    if (!text) return ledger;
+    const auto json = nlohmann::json::parse(*text, nullptr, false);
+    if (!json.is_object()) return ledger;
+    for (const auto& [key, value] : json.items()) {
+        const auto name = TrashInfo::percentDecode(key);
+        if (!name || !value.is_object()) continue;
+        const auto original = value.find("original");
+        const auto date = value.find("dateAdded");
+        const auto file = value.find("file");
+        if (original == value.end() || !original->is_string() || date == value.end() || !date->is_number() ||
+            file == value.end() || !file->is_string()) {
+            continue;
+        }
+        const auto path = TrashInfo::percentDecode(original->get<std::string>());
+        if (!path) continue;
+        ledger[*name] = {*path, date->get<double>(), file->get<std::string>()};
+    }
+    return ledger;
+}
+
+bool save(const std::string& trash, const Ledger& ledger) {
+    nlohmann::json json = nlohmann::json::object();
+    for (const auto& [name, entry] : ledger) {
+        json[TrashInfo::percentEncode(name)] = {{"original", TrashInfo::percentEncode(entry.original)},
+                                                {"dateAdded", entry.dateAdded},
+                                                {"file", entry.file}};
+    }
+    return files::writeAtomically(trash + "/" + ledgerName, json.dump(1) + "\n", 0600);
+}
+
+// Drops entries whose item is no longer in the Trash.
+void prune(Ledger& ledger, int trashFd) {
+    for (auto it = ledger.begin(); it != ledger.end();) {
+        struct stat st{};
+        if (::fstatat(trashFd, it->first.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT) {
+            it = ledger.erase(it);
+        } else {
+            ++it;
+        }
+    }
+}
+
+// When the item's inode last changed; a rename sets it.
+double changeTime(const struct stat& st) {
+#ifdef __APPLE__
+    const struct timespec& t = st.st_ctimespec;
+#else
+    const struct timespec& t = st.st_ctim;
+#endif
+    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
+}
+
+UniqueFd openTrash(const std::string& trash) {
+    return UniqueFd(::open(trash.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+}
+
+std::optional<quorv::FileLock> lock(const std::string& trash) {
+    return quorv::FileLock::acquire(trash + "/" + lockName, quorv::FileLock::Mode::exclusive, true);
+}
+
+// The name of an item directly in the Trash, or nullopt.
+std::optional<std::string> nameInTrash(const std::string& location) {
+    const std::string path = trimSlashes(location);
+    const std::string name = files::nameOf(path);
+    if (name.empty() || name == "." || name == ".." || bookkeeping(name)) return std::nullopt;
+    if (files::parentOf(path) != SandboxTrash::folder()) return std::nullopt;
+    return name;
+}
+
+}  // namespace
+
+std::string SandboxTrash::folder() { return host().inHome(".Trash"); }
+
+std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error) {
+    error.clear();
+    const std::string path = trimSlashes(given);
+    const std::string name = files::nameOf(path);
+    if (path.empty() || path[0] != '/' || path == "/" || name.empty() || name == "." || name == "..") {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    UniqueFd parentFd = LinkSafe::openFolder(files::parentOf(path), true);
+    struct stat item{};
+    if (!parentFd || ::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
+        error = trashText::forError(errno);
+        return std::nullopt;
+    }
+    const std::string trash = folder();
+    if (!files::makeFolders(trash, 0700)) {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    UniqueFd trashFd = openTrash(trash);
+    struct stat trashSt{};
+    if (!trashFd || ::fstat(trashFd.get(), &trashSt) != 0) {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    if (item.st_dev != trashSt.st_dev) {
+        error = trashText::otherDisk;
+        return std::nullopt;
+    }
+    const std::string realParent = LinkSafe::pathOf(parentFd.get()).value_or(files::parentOf(path));
+    const std::string itemPath = realParent == "/" ? "/" + name : realParent + "/" + name;
+    const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trash);
+    if (LinkSafe::isInside(itemPath, realTrash) || LinkSafe::isInside(realParent, realTrash)) {
+        error = trashText::alreadyInTrash;
+        return std::nullopt;
+    }
+    if (LinkSafe::isInside(realTrash, itemPath)) {
+        error = trashText::holdsTrash;
+        return std::nullopt;
+    }
+
+    auto held = lock(trash);
+    const double now = host().now();
+    // Finder's time stamp: the wall-clock time of the move, "14.05.31".
+    std::string time = TrashInfo::dateText(now, host().calendar);
+    time = time.size() == 19 ? time.substr(11) : "00.00.00";
+    std::replace(time.begin(), time.end(), ':', '.');
+    std::string used;
+    for (int n = 1; n <= maxNumberedNames && used.empty(); ++n) {
+        const std::string candidate = TrashNames::finder(name, time, n, maxNameBytes);
+        if (candidate.empty()) break;
+        if (bookkeeping(candidate)) continue;
+        const int failure = LinkSafe::renameNoReplace(parentFd.get(), name, trashFd.get(), candidate);
+        if (failure == 0) {
+            used = candidate;
+        } else if (failure != EEXIST && failure != ENOTEMPTY) {
+            error = trashText::forError(failure);
+            return std::nullopt;
+        }
+    }
+    if (used.empty()) {
+        error = trashText::notMoved;
+        return std::nullopt;
+    }
+    const std::string moved = fileID(trashFd.get(), used);
+    if (held && !moved.empty()) {
+        Ledger ledger = load(trash);
+        prune(ledger, trashFd.get());
+        ledger[used] = {itemPath, now, moved};
+        save(trash, ledger);
+    }
+    return trash + "/" + used;
+}
+
+std::vector<quorv::TrashedItem> SandboxTrash::list() {
+    std::vector<quorv::TrashedItem> out;
+    const std::string trash = folder();
+    UniqueFd trashFd = openTrash(trash);
+    const int listFd = trashFd ? ::dup(trashFd.get()) : -1;
+    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+    if (!dir) {
+        if (listFd >= 0) ::close(listFd);
+        return out;
+    }
+    const Ledger ledger = load(trash);
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string name(entry->d_name);
+        if (name == "." || name == ".." || bookkeeping(name)) continue;
+        struct stat st{};
+        if (::fstatat(trashFd.get(), name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        quorv::TrashedItem item;
+        item.location = trash + "/" + name;
+        const auto known = ledger.find(name);
+        if (known != ledger.end() && known->second.file == fileID(trashFd.get(), name)) {
+            item.originalPath = known->second.original;
+            item.dateAdded = known->second.dateAdded;
+        } else {
+            item.dateAdded = changeTime(st);
+        }
+        out.push_back(std::move(item));
+    }
+    ::closedir(dir);
+    std::sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.location < b.location; });
+    return out;
+}
+
+std::vector<std::string> SandboxTrash::erase(const std::vector<std::string>& locations) {
+    std::vector<std::string> gone;
+    const std::string trash = folder();
+    UniqueFd trashFd = openTrash(trash);
+    struct stat trashSt{};
+    if (!trashFd || ::fstat(trashFd.get(), &trashSt) != 0) return gone;
+    auto held = lock(trash);
+    Ledger ledger = load(trash);
+    bool changed = false;
+    for (const auto& location : locations) {
+        const auto name = nameInTrash(location);
+        if (!name || !LinkSafe::removeTree(trashFd.get(), *name, trashSt.st_dev)) continue;
+        changed = ledger.erase(*name) > 0 || changed;
+        gone.push_back(location);
+    }
+    if (changed && held) save(trash, ledger);
+    return gone;
+}
+
+void SandboxTrash::forgetRestored(const std::string& location) {
+    const auto name = nameInTrash(location);
+    const std::string trash = folder();
+    UniqueFd trashFd = openTrash(trash);
+    if (!name || !trashFd) return;
+    auto held = lock(trash);
+    struct stat st{};
+    if (!held || ::fstatat(trashFd.get(), name->c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT) return;
+    Ledger ledger = load(trash);
+    if (ledger.erase(*name) > 0) save(trash, ledger);
+}
+
+bool SandboxTrash::isInTrash(const std::string& location) { return nameInTrash(location).has_value(); }
+
+}  // namespace brimstell

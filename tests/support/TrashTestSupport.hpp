@@ -1,0 +1,69 @@
+#pragma once
+// Shared pieces of the Trash tests: a Linux host with a freedesktop.org Trash in a temporary
+// home, a scoped time zone, a tmpfs mount, and small file helpers that take names as bytes.
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/TestSupport.hpp"
+#include "support/host/Host.hpp"
+
+namespace testing_support {
+
+// A Linux host whose home and XDG_DATA_HOME lie in a fresh temporary folder, with the
+// freedesktop.org Trash, a fixed clock and the process's local time zone. Its root is that folder
+// too, so the mounts whose Trashes it lists are the ones written to <base>/proc/self/mountinfo
+// (none at first), not whatever other tests running at the same time have mounted.
+struct LinuxTrashHost {
+    explicit LinuxTrashHost(double now = 1'790'000'000);
+    // Writes the mountinfo: these mount points (system paths, so "/vol" is <base>/vol).
+    void mounts(const std::vector<std::string>& systemPaths, const std::string& fileSystem = "ext4") const;
+    TempDir dir;
+    std::string base;  // dir's real path
+    std::string home;  // base + "/home"
+    std::string trash; // home + "/.local/share/Trash"
+    std::shared_ptr<quorv::Host> host;
+    std::map<std::string, std::string> toolEnvironment() const;  // HOME, XDG_DATA_HOME, TZ, LC_ALL
+};
+
+// Sets TZ for the process while it lives (the calendar's local zone), then puts the old one back.
+class TimeZoneScope {
+public:
+    explicit TimeZoneScope(const std::string& zone);
+    ~TimeZoneScope();
+    TimeZoneScope(const TimeZoneScope&) = delete;
+    TimeZoneScope& operator=(const TimeZoneScope&) = delete;
+
+private:
+    bool had_ = false;
+    std::string old_;
+};
+
+// A zone with a half-hour offset and no summer time, written out so no zone database is needed.
+inline constexpr const char* kolkata = "<+0530>-5:30";
+
+// A tmpfs mounted at path while it lives; mounted() false when this machine doesn't allow it.
+class TmpfsMount {
+public:
+    explicit TmpfsMount(const std::string& path);
+    ~TmpfsMount();
+    TmpfsMount(const TmpfsMount&) = delete;
+    TmpfsMount& operator=(const TmpfsMount&) = delete;
+    bool mounted() const { return mounted_; }
+
+private:
+    std::string path_;
+    bool mounted_ = false;
+};
+
+// Runs fn on a thread that has given up root's power to ignore file permissions (the thread
+// only); false, without running it, when the kernel won't allow that.
+bool withoutFileOverrides(const std::function<void()>& fn);
+
+void writeBytes(const std::string& path, const std::string& content);
+bool exists(const std::string& path);  // anything, a dangling link included
+void makeFolders(const std::string& path);
+
+}  // namespace testing_support
