@@ -213,19 +213,19 @@ TEST(Admin, TrashSendsPathsAsRootSeesThemAndKeepsOnlyWhatWasSent) {
     bench.recorder().answer = [](const Call& c) -> std::optional<std::string> {
         if (c.op == "version") return "4";
         // One entry moved, one refused, and a line for something never sent.
-        return "OK\t/private/tmp/x/y\t/Users/ann/.Trash/y\n"
+        return "OK\t/private/tmp/x\t/Users/ann/.Trash/x\n"
                "FAIL\t/Library/Caches/z\n"
                "OK\t/etc/passwd\t/Users/ann/.Trash/passwd\n";
     };
     quorv::HostScope scope(bench.host);
-    const auto moved = Admin::trash({root + "/tmp/x/y", root + "/Library/Caches/z", root + "/tmp/x/y"});
-    EXPECT_EQ(moved, std::set<std::string>{root + "/tmp/x/y"});
+    const auto moved = Admin::trash({root + "/tmp/x", root + "/Library/Caches/z", root + "/tmp/x"});
+    EXPECT_EQ(moved, std::set<std::string>{root + "/tmp/x"});
     const auto calls = bench.recorder().calls();
     ASSERT_EQ(calls.size(), 2u);
     EXPECT_EQ(calls[0].op, "version");
     EXPECT_EQ(calls[1].op, "trash");
     EXPECT_EQ(calls[1].arg, "");
-    EXPECT_EQ(calls[1].list, (std::vector<std::string>{"/private/tmp/x/y", "/Library/Caches/z"}));
+    EXPECT_EQ(calls[1].list, (std::vector<std::string>{"/private/tmp/x", "/Library/Caches/z"}));
     EXPECT_EQ(bench.logLines(), (std::vector<std::string>{"helper status: 1"}));
     EXPECT_EQ(bench.registrar->status(), ServiceStatus::enabled);
 }

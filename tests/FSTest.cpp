@@ -176,20 +176,19 @@ TEST(FSTrash, AFailureStopsNothingAndEveryCallIsPosted) {
 TEST(FSTrash, ManyItemsAtOnceKeepTheirOrderAndTotals) {
     MoverSandbox m;
     std::vector<brimstell::FileItem> items;
-    auto item = [](std::string location, std::string label, std::int64_t size) {
-        brimstell::FileItem it;
-        it.location = std::move(location);
-        it.label = std::move(label);
-        it.size = size;
-        return it;
-    };
     std::int64_t total = 0;
     for (int i = 0; i < 300; ++i) {
         const std::string p = m.file("Library/Caches/many/" + std::to_string(i), 10);
-        items.push_back(item(p, "item " + std::to_string(i), 1000 + i));
+        brimstell::FileItem item;
+        item.location = p;
+        item.label = "item " + std::to_string(i);
+        item.size = 1000 + i;
+        items.push_back(item);
         total += 1000 + i;
     }
-    items.push_back(item(items[7].location, "the same again", 999'999));  // listed twice: the first size counts
+    brimstell::FileItem again = items[7];
+    again.size = 999'999;
+    items.push_back(again);  // listed twice: the first size counts
     const auto r = FS::trash(items, std::string("Many"));
     ASSERT_EQ(r.moved.size(), 300u);
     EXPECT_EQ(r.freed, total);

@@ -47,7 +47,8 @@ public:
             };
 
             id proxy = [connection() remoteObjectProxyWithErrorHandler:^(NSError*) { once->resume(std::nullopt); }];
-            id<HelperProtocol> helper = [proxy conformsToProtocol:@protocol(HelperProtocol)] ? proxy : nil;
+            // The proxy speaks the connection's remote interface, HelperProtocol; none means no helper.
+            id<HelperProtocol> helper = proxy;
             if (helper == nil) {
                 once->resume(std::nullopt);
             } else if (op == "version") {
