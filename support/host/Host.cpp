@@ -103,7 +103,7 @@ std::optional<std::string> Host::env(const std::string& name) const {
 namespace {
 std::string xdg(const Host& h, const char* variable, const char* fallback) {
     auto v = h.env(variable);
-    // The base directory specification ignores relative values.
+    // A relative XDG_* value is ignored, as freedesktop.org base directories require.
     if (v && !v->empty() && (*v)[0] == '/') return trimTrailingSlashes(*v);
     return h.inHome(fallback);
 }
