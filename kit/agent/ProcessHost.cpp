@@ -9,9 +9,10 @@
 #include "support/settings/PlistFileStore.hpp"
 
 #ifdef __APPLE__
-#include "kit/agent/MacAgentService.hpp"
+#include "kit/agent/MacAppService.hpp"
 #include "kit/files/MacHelper.hpp"
 #include "kit/files/MacTrash.hpp"
+#include "shared/helper/HelperInfo.hpp"
 #include "support/notify/MacNotifier.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
 #else
@@ -53,7 +54,8 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
             std::make_shared<RecordedAgentService>(h->path("/private/var/db/com.quorv.brimstell/agent-service-state"));
     } else {
 #ifdef __APPLE__
-        h->agentService = makeMacAgentService();
+        h->agentService = makeMacAppService(MacServiceKind::agent, "com.quorv.brimstell.agent.plist",
+                                            "Background checks need macOS 13 or later.");
 #else
         h->agentService = std::make_shared<SystemdAgentService>(h->executableDir + "/brimstell-agent");
 #endif
@@ -85,7 +87,8 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         }
     } else {
 #ifdef __APPLE__
-        h->helperService = makeMacHelperService();
+        h->helperService = makeMacAppService(MacServiceKind::daemon, std::string(HelperInfo::plistName),
+                                             "The helper needs macOS 13 or later.");
         h->helper = makeXPCHelperTransport();
 #else
         h->helperService = std::make_shared<SystemdHelperService>(h->executableDir + "/brimstell-helper");

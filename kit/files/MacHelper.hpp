@@ -4,15 +4,12 @@
 #include <memory>
 
 #include "support/host/HelperTransport.hpp"
-#include "support/host/ServiceRegistrar.hpp"
 
 namespace brimstell {
 
 // An XPC connection to the Mach service HelperInfo::label (AdminXPC.mm).
 std::shared_ptr<quorv::HelperTransport> makeXPCHelperTransport();
-// The ServiceManagement daemon service for HelperInfo::plistName (MacHelperService.mm).
-std::shared_ptr<quorv::ServiceRegistrar> makeMacHelperService();
-// Opens the Login Items page of System Settings, where a daemon is approved.
+// Opens the Login Items page of System Settings, where a daemon is approved (MacAppService.mm).
 void openLoginItemsSettings();
 
 }  // namespace brimstell
