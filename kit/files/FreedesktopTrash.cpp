@@ -378,12 +378,8 @@ std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& give
         return std::nullopt;
     }
     const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trashPath);
-    if (LinkSafe::isInside(itemPath, realTrash) || LinkSafe::isInside(realParent, realTrash)) {
-        error = trashText::alreadyInTrash;
-        return std::nullopt;
-    }
-    if (LinkSafe::isInside(realTrash, itemPath)) {
-        error = trashText::holdsTrash;
+    if (const char* problem = trashText::nestingProblem(itemPath, realParent, realTrash)) {
+        error = problem;
         return std::nullopt;
     }
     const std::string infoText = TrashInfo::format(recorded, host().now(), host().calendar);

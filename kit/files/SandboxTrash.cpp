@@ -188,12 +188,8 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
     const std::string realParent = LinkSafe::pathOf(parentFd.get()).value_or(files::parentOf(path));
     const std::string itemPath = realParent == "/" ? "/" + name : realParent + "/" + name;
     const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trash);
-    if (LinkSafe::isInside(itemPath, realTrash) || LinkSafe::isInside(realParent, realTrash)) {
-        error = trashText::alreadyInTrash;
-        return std::nullopt;
-    }
-    if (LinkSafe::isInside(realTrash, itemPath)) {
-        error = trashText::holdsTrash;
+    if (const char* problem = trashText::nestingProblem(itemPath, realParent, realTrash)) {
+        error = problem;
         return std::nullopt;
     }
 

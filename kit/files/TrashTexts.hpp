@@ -2,6 +2,9 @@
 // The sentences shown when an item can't be moved to a Trash.
 
 #include <cerrno>
+#include <string>
+
+#include "kit/files/LinkSafe.hpp"
 
 namespace brimstell::trashText {
 
@@ -23,6 +26,15 @@ inline const char* forError(int e) {
         case EXDEV: return otherDisk;
         default: return notMoved;
     }
+}
+
+// Why an item can't go into the Trash at realTrash because of where the two lie (the item, or its
+// folder, already inside the Trash; the Trash inside the item); nullptr when nothing stands in the
+// way. Paths are real paths, links resolved.
+inline const char* nestingProblem(const std::string& itemPath, const std::string& realParent, const std::string& realTrash) {
+    if (LinkSafe::isInside(itemPath, realTrash) || LinkSafe::isInside(realParent, realTrash)) return alreadyInTrash;
+    if (LinkSafe::isInside(realTrash, itemPath)) return holdsTrash;
+    return nullptr;
 }
 
 }  // namespace brimstell::trashText
