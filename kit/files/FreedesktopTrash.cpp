@@ -33,11 +33,6 @@ constexpr const char* infoSuffix = ".trashinfo";
 
 std::string uidText() { return std::to_string(host().uid); }
 
-std::string trimSlashes(std::string p) {
-    while (p.size() > 1 && p.back() == '/') p.pop_back();
-    return p;
-}
-
 std::string join(const std::string& folder, const std::string& name) {
     return folder == "/" ? "/" + name : folder + "/" + name;
 }
@@ -90,7 +85,7 @@ UniqueFd openTrash(const TrashDir& trash) {
 
 // The Trash that a location in some Trash's files/ folder belongs to, from its path alone.
 std::optional<std::pair<TrashDir, std::string>> trashOf(std::string location) {
-    location = trimSlashes(std::move(location));
+    location = files::trimTrailingSlashes(std::move(location));
     if (location.empty() || location[0] != '/') return std::nullopt;
     const std::string name = files::nameOf(location);
     const std::string filesDir = files::parentOf(location);
@@ -222,7 +217,7 @@ std::vector<TrashDir> knownTrashes() {
     if (!mountinfo) return out;
     const std::string uid = uidText();
     for (const auto& point : mountPoints(*mountinfo)) {
-        const std::string top = trimSlashes(host().path(point));
+        const std::string top = files::trimTrailingSlashes(host().path(point));
         UniqueFd topFd = LinkSafe::openFolder(top, true);
         if (!topFd) continue;
         UniqueFd shared = openSharedTrash(topFd.get(), false);
@@ -312,15 +307,15 @@ std::string FreedesktopTrash::homeTrash() {
     const auto& h = host();
     auto data = h.env("XDG_DATA_HOME");
     // Relative values don't count, as with every XDG base directory.
-    if (data && !data->empty() && (*data)[0] == '/') return join(trimSlashes(*data), "Trash");
+    if (data && !data->empty() && (*data)[0] == '/') return join(files::trimTrailingSlashes(*data), "Trash");
     return h.inHome(".local/share/Trash");
 }
 
 std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& given, std::string& error) {
     error.clear();
-    const std::string path = trimSlashes(given);
+    const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);
-    if (path.empty() || path[0] != '/' || path == "/" || name.empty() || name == "." || name == "..") {
+    if (!trashText::movablePath(path, name)) {
         error = trashText::notMoved;
         return std::nullopt;
     }

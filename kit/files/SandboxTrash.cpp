@@ -41,11 +41,6 @@ bool bookkeeping(const std::string& name) {
            (name.rfind(temporary, 0) == 0 && name.size() > 4 && name.compare(name.size() - 4, 4, ".tmp") == 0);
 }
 
-std::string trimSlashes(std::string p) {
-    while (p.size() > 1 && p.back() == '/') p.pop_back();
-    return p;
-}
-
 struct Entry {
     std::string original;
     double dateAdded = 0;
@@ -145,7 +140,7 @@ std::optional<quorv::FileLock> lock(const std::string& trash) {
 
 // The name of an item directly in the Trash, or nullopt.
 std::optional<std::string> nameInTrash(const std::string& location) {
-    const std::string path = trimSlashes(location);
+    const std::string path = files::trimTrailingSlashes(location);
     const std::string name = files::nameOf(path);
     if (name.empty() || name == "." || name == ".." || bookkeeping(name)) return std::nullopt;
     if (files::parentOf(path) != SandboxTrash::folder()) return std::nullopt;
@@ -158,9 +153,9 @@ std::string SandboxTrash::folder() { return host().inHome(".Trash"); }
 
 std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error) {
     error.clear();
-    const std::string path = trimSlashes(given);
+    const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);
-    if (path.empty() || path[0] != '/' || path == "/" || name.empty() || name == "." || name == "..") {
+    if (!trashText::movablePath(path, name)) {
         error = trashText::notMoved;
         return std::nullopt;
     }

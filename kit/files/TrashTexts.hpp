@@ -28,6 +28,12 @@ inline const char* forError(int e) {
     }
 }
 
+// Whether path (slashes at its end removed) names something a Trash can take: absolute, not "/",
+// and with a last name that is neither "." nor "..".
+inline bool movablePath(const std::string& path, const std::string& name) {
+    return !path.empty() && path[0] == '/' && path != "/" && !name.empty() && name != "." && name != "..";
+}
+
 // Why an item can't go into the Trash at realTrash because of where the two lie (the item, or its
 // folder, already inside the Trash; the Trash inside the item); nullptr when nothing stands in the
 // way. Paths are real paths, links resolved.

@@ -1,5 +1,7 @@
 #include "support/host/Host.hpp"
 
+#include "support/posix/Files.hpp"
+
 #include <pwd.h>
 #include <unistd.h>
 
@@ -22,11 +24,6 @@ namespace {
 std::mutex processMutex;
 std::shared_ptr<const Host> processHost;
 thread_local std::shared_ptr<const Host> scopedHost;
-
-std::string trimTrailingSlashes(std::string p) {
-    while (p.size() > 1 && p.back() == '/') p.pop_back();
-    return p;
-}
 
 bool isInside(const std::string& path, const std::string& folder) {
     if (folder == "/") return !path.empty() && path[0] == '/';
@@ -104,7 +101,7 @@ namespace {
 std::string xdg(const Host& h, const char* variable, const char* fallback) {
     auto v = h.env(variable);
     // A relative XDG_* value is ignored, as freedesktop.org base directories require.
-    if (v && !v->empty() && (*v)[0] == '/') return trimTrailingSlashes(*v);
+    if (v && !v->empty() && (*v)[0] == '/') return files::trimTrailingSlashes(*v);
     return h.inHome(fallback);
 }
 }  // namespace
@@ -162,13 +159,13 @@ std::shared_ptr<Host> hostFromEnvironment(const std::map<std::string, std::strin
         std::error_code ec;
         auto abs = std::filesystem::absolute(root, ec);
         root = ec ? root : abs.lexically_normal().string();
-        root = trimTrailingSlashes(root);
+        root = files::trimTrailingSlashes(root);
     }
     if (root.empty()) root = "/";
     h->root = root;
     h->sandbox = root != "/";
 
-    std::string home = trimTrailingSlashes(get("HOME"));
+    std::string home = files::trimTrailingSlashes(get("HOME"));
     if (home.empty()) home = account.home;
     if (h->sandbox && !isInside(home, root)) {
         // A sandbox never borrows the real home: a HOME outside the root would let a demo clean

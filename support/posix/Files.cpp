@@ -20,6 +20,11 @@ std::string parentOf(const std::string& path) {
     return path.substr(0, slash);
 }
 
+std::string trimTrailingSlashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/') path.pop_back();
+    return path;
+}
+
 std::string nameOf(const std::string& path) {
     auto slash = path.find_last_of('/');
     return slash == std::string::npos ? path : path.substr(slash + 1);

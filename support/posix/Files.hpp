@@ -25,6 +25,8 @@ bool makeFolders(const std::string& path, mode_t mode = 0755);
 bool appendRecord(const std::string& path, std::string_view record, mode_t mode = 0644);
 
 std::string parentOf(const std::string& path);
+// The path without slashes at its end ("/" stays "/").
+std::string trimTrailingSlashes(std::string path);
 std::string nameOf(const std::string& path);
 
 }  // namespace quorv::files
