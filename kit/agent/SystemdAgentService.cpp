@@ -122,14 +122,7 @@ std::string SystemdAgentService::unitFolder() {
     return config + "/systemd/user";
 }
 
-std::optional<std::string> SystemdAgentService::busAddress() {
-    const auto& h = quorv::host();
-    if (auto v = h.env("DBUS_SESSION_BUS_ADDRESS"); v && !v->empty()) return *v;
-    if (auto v = h.env("XDG_RUNTIME_DIR"); v && !v->empty() && (*v)[0] == '/') {
-        return "unix:path=" + systemd::addressValue(*v + "/bus");
-    }
-    return std::nullopt;
-}
+std::optional<std::string> SystemdAgentService::busAddress() { return systemd::sessionBusAddress(); }
 
 bool SystemdAgentService::agentPresent() const {
     if (agentPath_.empty() || agentPath_[0] != '/' || !systemd::runnableBySystemd(agentPath_)) return false;

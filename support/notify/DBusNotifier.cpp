@@ -1,5 +1,7 @@
 #include "support/notify/DBusNotifier.hpp"
 
+#include "support/systemd/Systemd.hpp"
+
 #ifndef __APPLE__
 
 #include <sys/stat.h>
@@ -78,13 +80,15 @@ DBusNotifier::DBusNotifier(std::chrono::milliseconds timeout) : timeout_(timeout
 
 std::optional<std::string> DBusNotifier::sessionBusAddress() {
     const Host& h = host();
-    if (auto address = h.env("DBUS_SESSION_BUS_ADDRESS"); address && !address->empty()) return address;
-    const auto runtime = h.env("XDG_RUNTIME_DIR");
-    if (!runtime || runtime->empty() || (*runtime)[0] != '/') return std::nullopt;
-    const std::string socketPath = *runtime + "/bus";
-    struct stat st{};
-    if (::stat(socketPath.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) return std::nullopt;
-    return "unix:path=" + socketPath;
+    auto address = systemd::sessionBusAddress();
+    if (!address) return std::nullopt;
+    // A bus found through the runtime folder must be there, so that no bus fails at once.
+    if (auto given = h.env("DBUS_SESSION_BUS_ADDRESS"); !given || given->empty()) {
+        struct stat st{};
+        const std::string socketPath = *h.env("XDG_RUNTIME_DIR") + "/bus";
+        if (::stat(socketPath.c_str(), &st) != 0 || !S_ISSOCK(st.st_mode)) return std::nullopt;
+    }
+    return address;
 }
 
 bool DBusNotifier::deliver(const std::string& /*id*/, const std::string& title, const std::string& body) {

@@ -2,6 +2,7 @@
 
 #include "support/systemd/Systemd.hpp"
 
+#include "support/host/Host.hpp"
 #include "support/text/Utf8.hpp"
 
 #include <cstdlib>
@@ -15,6 +16,15 @@ std::string BusError::text(int r) const {
                                                       : std::strerror(r < 0 ? -r : r);
     while (!t.empty() && t.back() == '.') t.pop_back();
     return t;
+}
+
+std::optional<std::string> sessionBusAddress() {
+    const auto& h = host();
+    if (auto v = h.env("DBUS_SESSION_BUS_ADDRESS"); v && !v->empty()) return *v;
+    if (auto v = h.env("XDG_RUNTIME_DIR"); v && !v->empty() && (*v)[0] == '/') {
+        return "unix:path=" + addressValue(*v + "/bus");
+    }
+    return std::nullopt;
 }
 
 std::string addressValue(const std::string& s) {

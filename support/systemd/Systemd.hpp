@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -48,6 +49,9 @@ private:
 
 // D-Bus address values escape every byte outside a small set as %xx.
 std::string addressValue(const std::string& s);
+// The session bus of the host's user: DBUS_SESSION_BUS_ADDRESS when set and not empty, else the
+// socket "bus" in an absolute XDG_RUNTIME_DIR (escaped for an address); none without either.
+std::optional<std::string> sessionBusAddress();
 
 // A client connection to the bus at address. manager names the manager in the error sentence:
 // "The systemd <manager> can't be reached: <reason>."
