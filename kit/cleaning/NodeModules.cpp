@@ -1,0 +1,92 @@
+#include "kit/cleaning/NodeModules.hpp"
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+#include "kit/cleaning/FolderListing.hpp"
+#include "kit/cleaning/JunkCatalogue.hpp"
+#include "kit/files/FS.hpp"
+
+namespace brimstell {
+
+namespace {
+
+constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+double mtimeOf(const struct stat& st) {
+    return static_cast<double>(st.st_mtim.tv_sec) + static_cast<double>(st.st_mtim.tv_nsec) / 1e9;
+}
+
+bool isNodeModules(const FolderEntry& entry) {
+    return entry.isFolder() && entry.name == JunkCatalogue::nodeModulesFolder;
+}
+
+class Walk {
+public:
+    explicit Walk(dev_t device) : device_(device) {}
+
+    // Looks for projects in the folder open as fd at path, depth levels below home.
+    void search(int fd, const std::string& path, int depth) {
+        const auto entries = FolderListing::list(fd);
+        if (depth > 0 && std::any_of(entries.begin(), entries.end(), isNodeModules)) {
+            NodeModulesProject project;
+            project.folder = path;
+            if (const auto own = FolderListing::statAt(fd, ".")) project.lastChange = mtimeOf(*own);
+            // Its own node_modules comes first; nested ones follow in the order the walk meets them.
+            project.modules.push_back(path + "/" + std::string(JunkCatalogue::nodeModulesFolder));
+            readProject(fd, path, entries, 0, project);
+            found_.push_back(std::move(project));
+            return;
+        }
+        if (depth >= NodeModules::searchDepth) return;
+        for (const auto& entry : entries) {
+            if (!entry.isFolder() || entry.name.starts_with('.') || entry.st.st_dev != device_) continue;
+            if (depth == 0 && entry.name == "Library") continue;
+            const std::string below = path + "/" + entry.name;
+            if (FS::isCloudSynced(below)) continue;
+            quorv::UniqueFd child(::openat(fd, entry.name.c_str(), kOpenFolder));
+            if (child) search(child.get(), below, depth + 1);
+        }
+    }
+
+    std::vector<NodeModulesProject> take() { return std::move(found_); }
+
+private:
+    // Adds the entries of a project folder (depth levels below the project) to its last change,
+    // and collects the nested node_modules folders.
+    void readProject(int fd, const std::string& path, const std::vector<FolderEntry>& entries, int depth,
+                     NodeModulesProject& project) {
+        for (const auto& entry : entries) {
+            if (isNodeModules(entry)) {
+                if (depth > 0) project.modules.push_back(path + "/" + entry.name);
+                continue;
+            }
+            project.lastChange = std::max(project.lastChange, mtimeOf(entry.st));
+            if (!entry.isFolder() || entry.name.starts_with('.') || entry.st.st_dev != device_) continue;
+            if (depth + 1 > NodeModules::projectDepth) continue;
+            quorv::UniqueFd child(::openat(fd, entry.name.c_str(), kOpenFolder));
+            if (!child) continue;
+            readProject(child.get(), path + "/" + entry.name, FolderListing::list(child.get()), depth + 1, project);
+        }
+    }
+
+    dev_t device_;
+    std::vector<NodeModulesProject> found_;
+};
+
+}  // namespace
+
+std::vector<NodeModulesProject> NodeModules::projects(const std::string& home) {
+    std::string top = home;
+    while (top.size() > 1 && top.back() == '/') top.pop_back();
+    const auto fd = FolderListing::open(top);
+    if (!fd) return {};
+    const auto own = FolderListing::statAt(fd.get(), ".");
+    if (!own) return {};
+    Walk walk(own->st_dev);
+    walk.search(fd.get(), top == "/" ? "" : top, 0);
+    return walk.take();
+}
+
+}  // namespace brimstell
