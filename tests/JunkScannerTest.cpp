@@ -276,7 +276,7 @@ TEST(JunkScanner, OldNodeModulesByAgeDepthLinksAndNames) {
         age(h.at(p.rel), now - p.ageDays * kDay);
         if (p.recent) age(h.at(p.rel + "/" + *p.recent), now - 1 * kDay);
     }
-    h.file("node_modules/stray/index.js");  // in the home folder itself: no project
+    h.file("node_modules/stray/node_modules/dep/index.js");  // in the home folder itself: no project
     age(h.at("node_modules"), now - 300 * kDay);
     // Links: a loop, and a second way to an old project; neither is followed.
     ::symlink("..", h.at("code/loop").c_str());

@@ -13,6 +13,32 @@ namespace {
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
+std::vector<FolderEntry> listing(int folderFd, bool foldersOnly) {
+    std::vector<FolderEntry> entries;
+    // fdopendir takes its descriptor over, so it gets a fresh one of the same folder.
+    const int fd = ::openat(folderFd, ".", kOpenFolder);
+    if (fd < 0) return entries;
+    DIR* dir = ::fdopendir(fd);
+    if (!dir) {
+        ::close(fd);
+        return entries;
+    }
+    while (const dirent* item = ::readdir(dir)) {
+        const std::string_view name = item->d_name;
+        if (name == "." || name == "..") continue;
+        if (foldersOnly && item->d_type != DT_DIR && item->d_type != DT_UNKNOWN) continue;
+        FolderEntry entry;
+        entry.name = std::string(name);
+        if (::fstatat(folderFd, item->d_name, &entry.st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+        if (foldersOnly && !entry.isFolder()) continue;
+        entries.push_back(std::move(entry));
+    }
+    ::closedir(dir);
+    std::sort(entries.begin(), entries.end(),
+              [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
+    return entries;
+}
+
 }  // namespace
 
 quorv::UniqueFd FolderListing::open(const std::string& path) {
@@ -33,29 +59,9 @@ quorv::UniqueFd FolderListing::openBelow(int folderFd, std::string_view relative
     return current;
 }
 
-std::vector<FolderEntry> FolderListing::list(int folderFd) {
-    std::vector<FolderEntry> entries;
-    // fdopendir takes its descriptor over, so it gets a fresh one of the same folder.
-    const int fd = ::openat(folderFd, ".", kOpenFolder);
-    if (fd < 0) return entries;
-    DIR* dir = ::fdopendir(fd);
-    if (!dir) {
-        ::close(fd);
-        return entries;
-    }
-    while (const dirent* item = ::readdir(dir)) {
-        const std::string_view name = item->d_name;
-        if (name == "." || name == "..") continue;
-        FolderEntry entry;
-        entry.name = std::string(name);
-        if (::fstatat(folderFd, item->d_name, &entry.st, AT_SYMLINK_NOFOLLOW) != 0) continue;
-        entries.push_back(std::move(entry));
-    }
-    ::closedir(dir);
-    std::sort(entries.begin(), entries.end(),
-              [](const FolderEntry& a, const FolderEntry& b) { return a.name < b.name; });
-    return entries;
-}
+std::vector<FolderEntry> FolderListing::list(int folderFd) { return listing(folderFd, false); }
+
+std::vector<FolderEntry> FolderListing::listFolders(int folderFd) { return listing(folderFd, true); }
 
 std::optional<struct stat> FolderListing::statAt(int folderFd, const std::string& name) {
     struct stat st {};

@@ -93,6 +93,15 @@ void addEntries(Found& found, int homeFd, const std::string& home, std::string_v
     }
 }
 
+// The entry at relative below the open folder, no link followed on the way or at the end.
+std::optional<struct stat> statBelow(int folderFd, std::string_view relative) {
+    const auto slash = relative.rfind('/');
+    const std::string_view parentPath = slash == std::string_view::npos ? std::string_view() : relative.substr(0, slash);
+    const auto parent = FolderListing::openBelow(folderFd, parentPath);
+    if (!parent) return std::nullopt;
+    return FolderListing::statAt(parent.get(), std::string(relative.substr(slash == std::string_view::npos ? 0 : slash + 1)));
+}
+
 bool isDeveloperCategory(std::string_view name) {
     const auto rules = JunkCatalogue::developerCategories();
     return std::any_of(rules.begin(), rules.end(), [&](const CategoryRule& rule) { return rule.name == name; });
@@ -210,10 +219,8 @@ std::vector<JunkCategory> JunkScanner::userFolders(const std::string& homeLocati
     if (!homeFd) return {};
     Found found;
     for (const auto relative : JunkCatalogue::iosUpdateFolders()) {
-        const auto slash = relative.rfind('/');
-        const auto parent = FolderListing::openBelow(homeFd.get(), relative.substr(0, slash));
-        const std::string name(relative.substr(slash + 1));
-        const auto st = parent ? FolderListing::statAt(parent.get(), name) : std::nullopt;
+        const auto st = statBelow(homeFd.get(), relative);
+        const std::string name(relative.substr(relative.rfind('/') + 1));
         if (st && !S_ISLNK(st->st_mode)) found.add(junk::iosUpdates, makeItem(joined(home, relative), name));
     }
     const auto any = [](const FolderEntry&) { return true; };
@@ -246,10 +253,7 @@ std::vector<JunkCategory> JunkScanner::developer(const std::string& homeLocation
     if (!homeFd) return {};
     Found found;
     for (const auto& place : JunkCatalogue::developerPlaces()) {
-        const auto slash = place.path.rfind('/');
-        const auto parent = FolderListing::openBelow(homeFd.get(), place.path.substr(0, slash));
-        const auto st = parent ? FolderListing::statAt(parent.get(), std::string(place.path.substr(slash + 1)))
-                               : std::nullopt;
+        const auto st = statBelow(homeFd.get(), place.path);
         // A link would measure as nothing and be skipped anyway; its target is not ours to judge.
         if (!st || S_ISLNK(st->st_mode)) continue;
         std::string location = joined(home, place.path);

@@ -28,20 +28,20 @@ public:
 
     // Looks for projects in the folder open as fd at path, depth levels below home.
     void search(int fd, const std::string& path, int depth) {
-        const auto entries = FolderListing::list(fd);
-        if (depth > 0 && std::any_of(entries.begin(), entries.end(), isNodeModules)) {
+        const auto folders = FolderListing::listFolders(fd);
+        if (depth > 0 && std::any_of(folders.begin(), folders.end(), isNodeModules)) {
             NodeModulesProject project;
             project.folder = path;
             if (const auto own = FolderListing::statAt(fd, ".")) project.lastChange = mtimeOf(*own);
             // Its own node_modules comes first; nested ones follow in the order the walk meets them.
             project.modules.push_back(path + "/" + std::string(JunkCatalogue::nodeModulesFolder));
-            readProject(fd, path, entries, 0, project);
+            readProject(fd, path, FolderListing::list(fd), 0, project);
             found_.push_back(std::move(project));
             return;
         }
         if (depth >= NodeModules::searchDepth) return;
-        for (const auto& entry : entries) {
-            if (!entry.isFolder() || entry.name.starts_with('.') || entry.st.st_dev != device_) continue;
+        for (const auto& entry : folders) {
+            if (entry.name.starts_with('.') || entry.st.st_dev != device_ || isNodeModules(entry)) continue;
             if (depth == 0 && entry.name == "Library") continue;
             const std::string below = path + "/" + entry.name;
             if (FS::isCloudSynced(below)) continue;

@@ -8,7 +8,7 @@
 //   cloud-synced folders;
 // - a folder holding a "node_modules" folder is a project, package.json or not: an install leaves
 //   node_modules whatever the project holds. A node_modules directly in the home folder makes no
-//   project, since the home's last change says nothing about it;
+//   project, since the home's last change says nothing about it, and no node_modules is searched;
 // - a project is walked down to projectDepth levels below it for its last change: the newest
 //   modification time of the project folder and of everything in it outside node_modules. Hidden
 //   entries count with their own time but are not entered, so a commit (which touches .git)
