@@ -306,8 +306,9 @@ TEST(AutoCleanRules, OldItemsOfAFolder) {
              f.file("dir\nname/in\nside");
              f.times("dir\nname", f.stale, f.stale);
          },
-         {"\xff\xfe bytes", "dir\nname", "tab\there", "two\nlines"},
-         {"\xff\xfe bytes", "dir\nname", "tab\there", "two\nlines"}},
+         // Sorted by bytes: 0xFF comes after every ASCII letter.
+         {"dir\nname", "tab\there", "two\nlines", "\xff\xfe bytes"},
+         {"dir\nname", "tab\there", "two\nlines", "\xff\xfe bytes"}},
         {"hidden entries stay",
          [](AgeFolder& f) {
              f.file(".DS_Store");
