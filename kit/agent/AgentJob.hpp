@@ -22,11 +22,6 @@ struct AgentJobs {
     // whether the health history still lacks today's reading.
     static AgentJobSet due(double now, quorv::SettingsStore& settings, bool historyDue);
 
-    // When the Auto Clean schedule next comes round after last: one day, week or month later in
-    // the user's calendar ("weekly" for any word it doesn't know). last itself when the calendar
-    // can't compute it.
-    static double nextAutoClean(double last, std::string_view frequency);
-
     static constexpr double updateInterval = 604800;  // seven days, in seconds
 };
 

@@ -1,6 +1,7 @@
 #include "kit/agent/AgentJob.hpp"
 
 #include "kit/agent/SettingsKeys.hpp"
+#include "kit/cleaning/AutoCleanRules.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"
 
@@ -20,19 +21,6 @@ std::optional<AgentJob> jobNamed(std::string_view name) {
     return std::nullopt;
 }
 
-double AgentJobs::nextAutoClean(double last, std::string_view frequency) {
-    const auto& calendar = quorv::host().calendar;
-    std::optional<double> next;
-    if (frequency == "daily") {
-        next = calendar.addDays(last, 1);
-    } else if (frequency == "monthly") {
-        next = calendar.addMonths(last, 1);
-    } else {
-        next = calendar.addWeeks(last, 1);
-    }
-    return next.value_or(last);
-}
-
 AgentJobSet AgentJobs::due(double now, quorv::SettingsStore& settings, bool historyDue) {
     AgentJobSet due;
     if (historyDue) due.insert(AgentJob::history);
@@ -40,11 +28,11 @@ AgentJobSet AgentJobs::due(double now, quorv::SettingsStore& settings, bool hist
 
     if (settings.boolean(keys::autoCleanEnabled)) {
         // A schedule that never ran is started by the app, which also sets the key.
-        const double last = settings.number(keys::autoCleanLastRun);
-        if (last > 0) {
-            const std::string frequency = settings.string(keys::autoCleanFrequency).value_or("weekly");
-            if (now >= nextAutoClean(last, frequency)) due.insert(AgentJob::autoClean);
-        }
+        // Any word other than daily or monthly, and an absent key, counts as weekly.
+        const auto frequency = AutoCleanRules::frequencyNamed(settings.string(keys::autoCleanFrequency).value_or(""))
+                                   .value_or(AutoCleanRules::Frequency::weekly);
+        const auto next = AutoCleanRules::nextRun(settings.number(keys::autoCleanLastRun), frequency, quorv::host().calendar);
+        if (next && now >= *next) due.insert(AgentJob::autoClean);
     }
 
     if (settings.boolean(keys::checkUpdatesWeekly)) {

@@ -8,7 +8,12 @@
 namespace quorv {
 namespace {
 
+// Times further than this from 1970 (some 30 million years) are no dates anyone keeps; they are
+// refused before the conversion to time_t, which could overflow.
+constexpr double furthest = 1e15;
+
 bool split(const Calendar& c, double t, std::tm& out) {
+    if (!(std::fabs(t) < furthest)) return false;
     const auto secs = static_cast<std::time_t>(std::floor(t));
     return c.utc ? gmtime_r(&secs, &out) != nullptr : localtime_r(&secs, &out) != nullptr;
 }
