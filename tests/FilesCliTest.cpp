@@ -21,12 +21,10 @@ struct FilesCli {
     testing_support::TempDir dir;
     brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
 
+    // 1790000000 is 2026-09-21 14:13:20; no root helper listens on the socket.
     std::map<std::string, std::string> environment(const std::string& now = "1790000000") const {
         auto env = mac.environment();
-        env["TZ"] = "UTC";
-        env["BRIMSTELL_NOW"] = now;  // 2026-09-21 14:13:20
-        // No root helper: nothing listens on this socket.
-        env["BRIMSTELL_HELPER_SOCKET"] = mac.root() + "/no-helper.sock";
+        env.insert({{"TZ", "UTC"}, {"BRIMSTELL_NOW", now}, {"BRIMSTELL_HELPER_SOCKET", mac.root() + "/no-helper.sock"}});
         return env;
     }
     testing_support::RunResult run(const std::vector<std::string>& args, const std::string& now = "1790000000") const {
@@ -60,12 +58,10 @@ TEST(FilesCli, SizeLines) {
                                                                "     0  " + empty + "\n" +
                                                                "102400  total\n");
 
-    const auto json = nlohmann::json::parse(c.run({"size", "--json", a, feed}).output);
-    EXPECT_EQ(json["items"][0]["path"], a);
-    EXPECT_EQ(json["items"][0]["bytes"], 102'400);
-    EXPECT_EQ(json["items"][0]["size"], "102 kB");
-    EXPECT_EQ(json["items"][1]["path"], feed);
-    EXPECT_EQ(json["total"], 106'496);
+    EXPECT_EQ(nlohmann::json::parse(c.run({"size", "--json", a, feed}).output),
+              nlohmann::json::parse(R"({"items": [{"path": ")" + a + R"(", "bytes": 102400, "size": "102 kB"},
+                                                  {"path": ")" + c.home() + R"(/Documents/line\nfeed", "bytes": 4096,
+                                                   "size": "4 kB"}], "total": 106496, "totalSize": "106 kB"})"));
 }
 
 // Two sessions: a clean of the user's caches and logs, and one of the helper's.
@@ -199,18 +195,16 @@ TEST(FilesCli, TrashHistoryRestoreRoundTrip) {
 // Runs the command with a terminal as its standard input and output, typing `typed`.
 std::string runOnTerminal(const std::vector<std::string>& args, const std::map<std::string, std::string>& env,
                           const std::string& typed) {
-    std::vector<std::string> envStrings;
+    std::vector<std::string> envStrings{"PATH=/usr/bin:/bin"};
     for (const auto& [k, v] : env) envStrings.push_back(k + "=" + v);
-    envStrings.push_back("PATH=/usr/bin:/bin");
+    std::vector<char*> argv{const_cast<char*>(BRIMSTELL_CLI_EXE)}, envp;
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    for (auto& e : envStrings) envp.push_back(e.data());
+    argv.push_back(nullptr);
+    envp.push_back(nullptr);
     int master = -1;
     const pid_t pid = ::forkpty(&master, nullptr, nullptr, nullptr);
     if (pid == 0) {
-        std::vector<char*> argv{const_cast<char*>(BRIMSTELL_CLI_EXE)};
-        for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
-        argv.push_back(nullptr);
-        std::vector<char*> envp;
-        for (auto& e : envStrings) envp.push_back(e.data());
-        envp.push_back(nullptr);
         ::execve(BRIMSTELL_CLI_EXE, argv.data(), envp.data());
         ::_exit(127);
     }

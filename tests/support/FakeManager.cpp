@@ -2,7 +2,18 @@
 
 #include "support/FakeManager.hpp"
 
+#include <algorithm>
+#include <filesystem>
+
 namespace testing_support {
+
+std::vector<std::string> entriesOf(const std::string& folder) {
+    std::vector<std::string> names;
+    std::error_code ec;
+    for (auto& e : std::filesystem::directory_iterator(folder, ec)) names.push_back(e.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
 
 const sd_bus_vtable FakeManager::vtable[] = {
     SD_BUS_VTABLE_START(0),

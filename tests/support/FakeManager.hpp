@@ -14,6 +14,9 @@
 
 namespace testing_support {
 
+// The names in a folder, sorted; none when it can't be read.
+std::vector<std::string> entriesOf(const std::string& folder);
+
 // Answers the systemd manager's calls that a registration makes, with the real signatures, and
 // records them.
 class FakeManager {

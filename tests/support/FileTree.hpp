@@ -1,6 +1,6 @@
 #pragma once
-// Whole trees as tests compare them: every entry under a folder with its name bytes, type and
-// content, read through descriptors so that trees deeper than PATH_MAX work too.
+// Whole trees as tests compare them, read through descriptors so that trees deeper than
+// PATH_MAX work too.
 
 #include <string>
 #include <vector>
@@ -18,10 +18,8 @@ struct TreeNode {
 
 // The tree at path, sorted by path; empty when nothing is there.
 std::vector<TreeNode> snapshotTree(const std::string& path);
-
 // Makes `depth` nested folders named `name` inside folder, with a file "bottom" at the end.
 bool makeChain(const std::string& folder, const std::string& name, int depth);
-
 // Removes a tree of any depth.
 void removeTree(const std::string& path);
 

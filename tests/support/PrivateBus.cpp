@@ -107,10 +107,7 @@ void describeArguments(sd_bus_message* m, std::string& out) {
             int boolean;
             int32_t i32;
             uint32_t u32;
-            int64_t i64;
-            uint64_t u64;
-            uint8_t byte;
-            double number;
+            uint64_t room;  // for the wider types, written out as "?"
         } v{};
         if (sd_bus_message_read_basic(m, type, &v) < 0) return;
         switch (type) {
@@ -120,9 +117,6 @@ void describeArguments(sd_bus_message* m, std::string& out) {
             case SD_BUS_TYPE_BOOLEAN: out += v.boolean ? "true" : "false"; break;
             case SD_BUS_TYPE_INT32: out += std::to_string(v.i32); break;
             case SD_BUS_TYPE_UINT32: out += std::to_string(v.u32); break;
-            case SD_BUS_TYPE_INT64: out += std::to_string(v.i64); break;
-            case SD_BUS_TYPE_UINT64: out += std::to_string(v.u64); break;
-            case SD_BUS_TYPE_BYTE: out += std::to_string(v.byte); break;
             default: out += '?'; break;
         }
     }

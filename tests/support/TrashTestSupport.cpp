@@ -54,6 +54,22 @@ std::map<std::string, std::string> LinuxTrashHost::toolEnvironment() const {
             {"PYTHONIOENCODING", "utf-8:surrogateescape"}};
 }
 
+std::string LinuxTrashTest::item(const std::string& folder, const std::string& name, const std::string& content) const {
+    makeFolders(env.base + "/" + folder);
+    const std::string path = env.base + "/" + folder + "/" + name;
+    writeBytes(path, content);
+    return path;
+}
+
+std::optional<std::string> trash(const std::string& path) {
+    std::string error;
+    auto location = quorv::host().trash->moveToTrash(path, error);
+    EXPECT_TRUE(location) << error;
+    return location;
+}
+
+std::vector<quorv::TrashedItem> listed() { return quorv::host().trash->list(); }
+
 TimeZoneScope::TimeZoneScope(const std::string& zone) {
     if (const char* old = std::getenv("TZ")) {
         had_ = true;

@@ -1,14 +1,19 @@
 #pragma once
 // Shared pieces of the Trash tests: a Linux host with a freedesktop.org Trash in a temporary
-// home, a scoped time zone, a tmpfs mount, and small file helpers that take names as bytes.
+// home, a test fixture over it, a scoped time zone, a tmpfs mount, and small file helpers that
+// take names as bytes.
+
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "support/TestSupport.hpp"
 #include "support/host/Host.hpp"
+#include "support/host/TrashBackend.hpp"
 
 namespace testing_support {
 
@@ -57,6 +62,21 @@ private:
     std::string path_;
     bool mounted_ = false;
 };
+
+// A test whose host is a LinuxTrashHost at 2026-09-21 19:43:20 in Kolkata's zone.
+class LinuxTrashTest : public ::testing::Test {
+protected:
+    LinuxTrashHost env{1'790'000'000};
+    quorv::HostScope scope{env.host};
+    TimeZoneScope zone{kolkata};
+
+    // Writes <base>/folder/name, making the folder; returns its path.
+    std::string item(const std::string& folder, const std::string& name, const std::string& content = "data") const;
+};
+
+// Moves path to the current host's Trash; a refusal fails the test with its sentence.
+std::optional<std::string> trash(const std::string& path);
+std::vector<quorv::TrashedItem> listed();  // the current host's Trash
 
 // Runs fn on a thread that has given up root's power to ignore file permissions (the thread
 // only); false, without running it, when the kernel won't allow that.
