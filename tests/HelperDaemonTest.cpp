@@ -15,7 +15,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <future>
 #include <thread>
 
 #include "kit/agent/ProcessHost.hpp"
@@ -30,22 +29,14 @@ extern char** environ;
 
 namespace {
 
-using namespace std::string_literals;
 using brimstell::Admin;
-using brimstell::HelperOutcome;
-using testing_support::TempDir;
+using testing_support::readText;
 namespace fs = std::filesystem;
 namespace wire = brimstell::HelperWire;
 using Steady = std::chrono::steady_clock;
 
-std::string userName() {
-    const passwd* pw = ::getpwuid(::geteuid());
-    return pw && pw->pw_name ? pw->pw_name : "";
-}
-
-std::string testFolder() { return fs::canonical("/proc/self/exe").parent_path().string(); }
-
 double since(Steady::time_point t) { return std::chrono::duration<double>(Steady::now() - t).count(); }
+std::string selfExe() { return fs::canonical("/proc/self/exe").string(); }
 
 quorv::UniqueFd connectTo(const std::string& path) {
     sockaddr_un address{};
@@ -56,25 +47,13 @@ quorv::UniqueFd connectTo(const std::string& path) {
     return fd;
 }
 
-// Everything the helper sends until it closes (or seconds pass).
-std::string readAll(int fd, double seconds = 8) {
+// Everything the helper sends until it closes (or seconds pass), or just count bytes.
+std::string readAll(int fd, double seconds = 8, std::size_t count = SIZE_MAX) {
     timeval tv{static_cast<time_t>(seconds), 0};
     ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
     std::string got;
     char buffer[4096];
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n <= 0) return got;
-        got.append(buffer, static_cast<std::size_t>(n));
-    }
-}
-
-std::string readExactly(int fd, std::size_t count) {
-    std::string got;
-    char buffer[256];
-    while (got.size() < count) {
-        const ssize_t n = ::read(fd, buffer, std::min(sizeof buffer, count - got.size()));
-        if (n <= 0) break;
+    for (ssize_t n; got.size() < count && (n = ::read(fd, buffer, std::min(sizeof buffer, count - got.size()))) > 0;) {
         got.append(buffer, static_cast<std::size_t>(n));
     }
     return got;
@@ -84,22 +63,27 @@ bool writeAll(int fd, const std::string& bytes) {
     return ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
+// A request for this connection's challenge, read off the socket.
+std::string answerChallenge(int fd, const wire::Request& request) {
+    const std::string challenge = readAll(fd, 8, wire::challengeSize);
+    EXPECT_EQ(challenge.size(), wire::challengeSize);
+    wire::Nonce nonce{};
+    if (challenge.size() == wire::challengeSize) std::memcpy(nonce.data(), challenge.data() + 4, nonce.size());
+    return *wire::encodeRequest(nonce, request);
+}
+
 // brimstell-helper running for the duration of a test; its log goes to a file.
 class Daemon {
 public:
-    Daemon(const std::string& folder, const std::vector<std::string>& options,
-           const std::map<std::string, std::string>& environment = {})
+    Daemon(const std::string& folder, std::vector<std::string> args, const std::vector<std::string>& environment = {})
         : socket_(folder + "/helper.sock"), log_(folder + "/helper.log") {
-        std::vector<std::string> args = {BRIMSTELL_HELPER_EXE, "--socket", socket_, "--log-stderr"};
-        args.insert(args.end(), options.begin(), options.end());
-        std::vector<char*> argv;
+        args.insert(args.begin(), {BRIMSTELL_HELPER_EXE, "--socket", socket_, "--log-stderr"});
+        std::vector<std::string> env = environment;
+        for (char** e = environ; e && *e; ++e) env.emplace_back(*e);  // the first of a name wins
+        std::vector<char*> argv, envp;
         for (auto& a : args) argv.push_back(a.data());
-        argv.push_back(nullptr);
-        std::vector<std::string> env;
-        for (char** e = environ; e && *e; ++e) env.emplace_back(*e);
-        for (const auto& [k, v] : environment) env.push_back(k + "=" + v);
-        std::vector<char*> envp;
         for (auto& e : env) envp.push_back(e.data());
+        argv.push_back(nullptr);
         envp.push_back(nullptr);
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
@@ -108,37 +92,27 @@ public:
         if (::posix_spawn(&pid_, args[0].c_str(), &actions, nullptr, argv.data(), envp.data()) != 0) pid_ = -1;
         posix_spawn_file_actions_destroy(&actions);
         // Listening once a connection is accepted into its backlog.
-        const auto began = Steady::now();
-        while (pid_ > 0 && since(began) < 10) {
-            if (connectTo(socket_)) {
-                listening_ = true;
-                break;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        for (const auto began = Steady::now(); pid_ > 0 && !listening_ && since(began) < 10;) {
+            listening_ = connectTo(socket_).valid();
+            if (!listening_) std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
     }
     ~Daemon() {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGTERM);
-            int status = 0;
-            ::waitpid(pid_, &status, 0);
-        }
+        if (pid_ > 0 && ::kill(pid_, SIGTERM) == 0) ::waitpid(pid_, nullptr, 0);
     }
     bool listening() const { return listening_; }
     const std::string& socket() const { return socket_; }
-    std::string log() const { return fs::exists(log_) ? testing_support::readText(log_) : ""; }
+    std::string log() const { return fs::exists(log_) ? readText(log_) : ""; }
     // The log once it holds text (the helper writes it as it goes).
     std::string logOnce(const std::string& text) const {
-        const auto began = Steady::now();
-        while (log().find(text) == std::string::npos && since(began) < 5) {
+        for (const auto began = Steady::now(); log().find(text) == std::string::npos && since(began) < 5;) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
         return log();
     }
 
 private:
-    std::string socket_;
-    std::string log_;
+    std::string socket_, log_;
     pid_t pid_ = -1;
     bool listening_ = false;
 };
@@ -146,51 +120,53 @@ private:
 class HelperDaemon : public ::testing::Test {
 protected:
     void SetUp() override {
-        name = userName();
+        const passwd* pw = ::getpwuid(::geteuid());
+        name = pw && pw->pw_name ? pw->pw_name : "";
         if (name.empty()) GTEST_SKIP() << "this user has no name in the user database";
         mac.emplace(brimstell::SandboxMac::create(dir / "mac", name));
         root = fs::canonical(mac->root()).string();
         me = "/Users/" + name;
     }
 
-    // The daemon, trusting this test program as a Brimstell program and this user as an administrator.
-    std::unique_ptr<Daemon> start(const std::map<std::string, std::string>& environment = {}) {
-        auto d = std::make_unique<Daemon>(dir.path(), std::vector<std::string>{"--root", root, "--trust-exe-dir", testFolder(),
-                                                                               "--trust-uid", std::to_string(::geteuid())},
-                                          environment);
+    // The daemon, trusting programs in exeDir as Brimstell programs and this user as an administrator.
+    std::unique_ptr<Daemon> start(const std::vector<std::string>& environment = {}, std::string exeDir = "") {
+        if (exeDir.empty()) exeDir = fs::path(selfExe()).parent_path();
+        auto d = std::make_unique<Daemon>(
+            dir.path(), std::vector<std::string>{"--root", root, "--trust-exe-dir", exeDir, "--trust-uid", std::to_string(::geteuid())},
+            environment);
+        EXPECT_TRUE(d->listening()) << d->log();
         return d;
     }
-
-    std::shared_ptr<quorv::Host> hostFor(const Daemon& d) {
+    std::map<std::string, std::string> environmentFor(const Daemon& d) {
         auto env = mac->environment();
         env["BRIMSTELL_HELPER_SOCKET"] = d.socket();
-        auto h = brimstell::makeHost(env);
+        return env;
+    }
+    std::shared_ptr<quorv::Host> hostFor(const Daemon& d) {
+        auto h = brimstell::makeHost(environmentFor(d));
         h->systemLog = [](int, const std::string&) {};
         return h;
     }
 
-    TempDir dir;
+    testing_support::TempDir dir;
     std::optional<brimstell::SandboxMac> mac;
-    std::string name;
-    std::string root;
-    std::string me;
+    std::string name, root, me;
 };
 
 TEST_F(HelperDaemon, HandshakeThenTrashAndRestoreEndToEnd) {
     auto daemon = start();
-    ASSERT_TRUE(daemon->listening()) << daemon->log();
     quorv::HostScope scope(hostFor(*daemon));
-
     EXPECT_TRUE(Admin::start()) << daemon->log();
     EXPECT_TRUE(Admin::ready());
 
     mac->writeFile("/Library/Caches/com.example.cache/data", "cached");
     const std::string folder = root + "/Library/Caches/com.example.cache";
+    const std::string movedLog = root + "/Library/Application Support/Brimstell/helper-moved.log";
     EXPECT_EQ(Admin::trash({folder, root + "/System/Library/x"}), std::set<std::string>{folder});
     const std::string inTrash = root + me + "/.Trash/com.example.cache";
     EXPECT_FALSE(fs::exists(folder));
-    EXPECT_EQ(testing_support::readText(inTrash + "/data"), "cached");
-    const auto log = testing_support::linesOf(root + "/Library/Application Support/Brimstell/helper-moved.log");
+    EXPECT_EQ(readText(inTrash + "/data"), "cached");
+    const auto log = testing_support::linesOf(movedLog);
     ASSERT_EQ(log.size(), 1u);
     EXPECT_EQ(log[0].rfind(me + "/.Trash/com.example.cache\t/Library/Caches/com.example.cache\t", 0), 0u) << log[0];
 
@@ -205,10 +181,9 @@ TEST_F(HelperDaemon, HandshakeThenTrashAndRestoreEndToEnd) {
     Admin::connectHistory();
     const auto restored = history.restore(entries[0]);
     EXPECT_TRUE(restored.ok()) << restored.message();
-    EXPECT_EQ(testing_support::readText(folder + "/data"), "cached");
-    EXPECT_EQ(testing_support::linesOf(root + "/Library/Application Support/Brimstell/helper-moved.log"),
-              std::vector<std::string>{});
-    EXPECT_EQ(Admin::restore({{inTrash, folder}}), std::vector<HelperOutcome>{HelperOutcome::refused});
+    EXPECT_EQ(readText(folder + "/data"), "cached");
+    EXPECT_EQ(testing_support::linesOf(movedLog), std::vector<std::string>{});
+    EXPECT_EQ(Admin::restore({{inTrash, folder}}), std::vector<brimstell::HelperOutcome>{brimstell::HelperOutcome::refused});
 
     // An operation outside the table runs nothing and answers empty.
     brimstell::SocketHelperTransport transport(daemon->socket());
@@ -222,9 +197,7 @@ TEST_F(HelperDaemon, TheScriptSeesOnlyItsOwnEnvironmentAndArguments) {
     mac->addFakeTool("/usr/bin/launchctl", "exit 0");
     mac->addFakeTool("/usr/bin/tmutil", "env | sort > '" + root + "/tool-env.txt'; exit 0");
     // None of this may reach the helper's script.
-    auto daemon = start({{"BASH_ENV", root + "/bash-env.sh"}, {"BRIMSTELL_ROOT", "/elsewhere"}, {"HOME", "/nowhere"},
-                         {"PATH", "/nowhere"}});
-    ASSERT_TRUE(daemon->listening()) << daemon->log();
+    auto daemon = start({"BASH_ENV=" + root + "/bash-env.sh", "BRIMSTELL_ROOT=/elsewhere", "HOME=/nowhere", "PATH=/nowhere"});
     quorv::HostScope scope(hostFor(*daemon));
 
     EXPECT_TRUE(Admin::setDaemon("com.example.x", false));
@@ -233,40 +206,32 @@ TEST_F(HelperDaemon, TheScriptSeesOnlyItsOwnEnvironmentAndArguments) {
               (std::vector<std::string>{"/usr/bin/launchctl disable system/com.example.x",
                                         "/usr/bin/launchctl bootout system/com.example.x",
                                         "/usr/bin/tmutil thinlocalsnapshots / 999999999999 4"}));
-    const std::string env = testing_support::readText(root + "/tool-env.txt");
-    EXPECT_NE(env.find("PATH=" + root + "/usr/bin:" + root + "/bin:" + root + "/usr/sbin:" + root +
-                       "/sbin:/usr/bin:/bin:/usr/sbin:/sbin\n"),
-              std::string::npos)
-        << env;
+    const std::string env = readText(root + "/tool-env.txt");
+    const std::string r = root;
+    EXPECT_NE(env.find("PATH=" + r + "/usr/bin:" + r + "/bin:" + r + "/usr/sbin:" + r + "/sbin:/usr/bin:/bin:/usr/sbin:/sbin\n"),
+              std::string::npos) << env;
     EXPECT_NE(env.find("LC_ALL=C\n"), std::string::npos) << env;
-    EXPECT_EQ(env.find("HOME="), std::string::npos) << env;
-    EXPECT_EQ(env.find("BRIMSTELL"), std::string::npos) << env;
-    EXPECT_EQ(env.find("BASH_ENV"), std::string::npos) << env;
+    for (const char* absent : {"HOME=", "BRIMSTELL", "BASH_ENV"}) EXPECT_EQ(env.find(absent), std::string::npos) << absent << env;
     EXPECT_FALSE(fs::exists(marker));
 }
 
 TEST_F(HelperDaemon, AProgramThatIsNotBrimstellIsClosedOnAndNothingMoves) {
     fs::create_directories(dir / "elsewhere");
-    Daemon daemon(dir.path(), {"--root", root, "--trust-exe-dir", dir / "elsewhere", "--trust-uid",
-                               std::to_string(::geteuid())});
-    ASSERT_TRUE(daemon.listening()) << daemon.log();
+    auto daemon = start({}, dir / "elsewhere");
     const std::string item = mac->writeFile("/Library/Caches/com.example.keep", "keep");
-
-    brimstell::SocketHelperTransport transport(daemon.socket());
+    brimstell::SocketHelperTransport transport(daemon->socket());
     EXPECT_EQ(transport.call("trash", "", {"/Library/Caches/com.example.keep"}, 5.0), std::nullopt);
     EXPECT_EQ(transport.call("version", "", {}, 5.0), std::nullopt);
     EXPECT_TRUE(fs::exists(item));
-    const std::string log = daemon.logOnce("refused a caller");
-    EXPECT_NE(log.find("refused a caller: its program " + fs::canonical("/proc/self/exe").string() +
-                       " is not an installed Brimstell program"),
-              std::string::npos)
+    const std::string log = daemon->logOnce("refused a caller");
+    EXPECT_NE(log.find("refused a caller: its program " + selfExe() + " is not an installed Brimstell program"), std::string::npos)
         << log;
 }
 
 TEST_F(HelperDaemon, AUserOutsideTheAdminGroupsIsClosedOn) {
     if (::geteuid() != 0) GTEST_SKIP() << "becoming another user needs root";
     fs::permissions(dir.path(), fs::perms::owner_all | fs::perms::group_exec | fs::perms::others_exec);
-    Daemon daemon(dir.path(), {"--root", root, "--trust-exe-dir", testFolder()});
+    Daemon daemon(dir.path(), {"--root", root, "--trust-exe-dir", fs::path(selfExe()).parent_path()});
     ASSERT_TRUE(daemon.listening()) << daemon.log();
     // The test program itself, as nobody: only raw calls between fork and exit.
     const char* path = daemon.socket().c_str();
@@ -279,23 +244,19 @@ TEST_F(HelperDaemon, AUserOutsideTheAdminGroupsIsClosedOn) {
         std::strncpy(address.sun_path, path, sizeof address.sun_path - 1);
         if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) ::_exit(4);
         char byte = 0;
-        // Closed without a challenge: end of file at once.
-        ::_exit(::read(fd, &byte, 1) == 0 ? 0 : 1);
+        ::_exit(::read(fd, &byte, 1) == 0 ? 0 : 1);  // closed without a challenge: end of file at once
     }
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
-    ASSERT_TRUE(WIFEXITED(status));
-    EXPECT_EQ(WEXITSTATUS(status), 0);
+    EXPECT_EQ(status, 0);
     EXPECT_NE(daemon.logOnce("is not an administrator").find("refused a caller: nobody is not an administrator"),
-              std::string::npos)
-        << daemon.log();
+              std::string::npos) << daemon.log();
 }
 
 // Bytes that were written before the challenge, or by another process than the one that connected
 // (a child it handed the socket to), are never taken as a request.
 TEST_F(HelperDaemon, OnlyTheConnectingProcessAnsweringTheChallengeIsServed) {
     auto daemon = start();
-    ASSERT_TRUE(daemon->listening()) << daemon->log();
     const std::string item = mac->writeFile("/Library/Caches/com.example.keep", "keep");
     const wire::Request trash{false, "trash", "", {"/Library/Caches/com.example.keep"}};
     {
@@ -309,17 +270,9 @@ TEST_F(HelperDaemon, OnlyTheConnectingProcessAnsweringTheChallengeIsServed) {
         SCOPED_TRACE("written by a child");
         auto fd = connectTo(daemon->socket());
         ASSERT_TRUE(fd);
-        const std::string challenge = readExactly(fd.get(), wire::challengeSize);
-        ASSERT_EQ(challenge.size(), wire::challengeSize);
-        wire::Nonce nonce{};
-        std::memcpy(nonce.data(), challenge.data() + 4, nonce.size());
-        const std::string request = *wire::encodeRequest(nonce, trash);
+        const std::string request = answerChallenge(fd.get(), trash);
         const pid_t child = ::fork();
-        if (child == 0) {
-            const bool sent = ::send(fd.get(), request.data(), request.size(), MSG_NOSIGNAL) ==
-                              static_cast<ssize_t>(request.size());
-            ::_exit(sent ? 0 : 1);
-        }
+        if (child == 0) ::_exit(writeAll(fd.get(), request) ? 0 : 1);
         int status = -1;
         ASSERT_EQ(::waitpid(child, &status, 0), child);
         EXPECT_EQ(status, 0);
@@ -339,15 +292,14 @@ TEST_F(HelperDaemon, OnlyTheConnectingProcessAnsweringTheChallengeIsServed) {
 
 TEST_F(HelperDaemon, OversizedRequestsAndStalledClientsDontHoldUpTheNext) {
     auto daemon = start();
-    ASSERT_TRUE(daemon->listening()) << daemon->log();
-    std::string header = "BRQ1";
-    for (std::uint32_t v = wire::maxRequestBytes + 1, i = 0; i < 4; ++i, v >>= 8) header += static_cast<char>(v & 0xFF);
     {
         SCOPED_TRACE("oversized");
         auto fd = connectTo(daemon->socket());
         ASSERT_TRUE(fd);
-        ASSERT_EQ(readExactly(fd.get(), wire::challengeSize).size(), wire::challengeSize);
+        ASSERT_EQ(readAll(fd.get(), 8, wire::challengeSize).size(), wire::challengeSize);
         const auto began = Steady::now();
+        std::string header = "BRQ1";
+        for (std::uint32_t v = wire::maxRequestBytes + 1, i = 0; i < 4; ++i, v >>= 8) header += static_cast<char>(v & 0xFF);
         ASSERT_TRUE(writeAll(fd.get(), header));
         EXPECT_EQ(readAll(fd.get()), "");
         EXPECT_LT(since(began), 1.0);  // refused on its header, not after reading 16 MiB
@@ -356,18 +308,13 @@ TEST_F(HelperDaemon, OversizedRequestsAndStalledClientsDontHoldUpTheNext) {
     // caller is served.
     auto stalled = connectTo(daemon->socket());
     ASSERT_TRUE(stalled);
-    const std::string challenge = readExactly(stalled.get(), wire::challengeSize);
-    ASSERT_EQ(challenge.size(), wire::challengeSize);
-    wire::Nonce nonce{};
-    std::memcpy(nonce.data(), challenge.data() + 4, nonce.size());
-    const auto request = *wire::encodeRequest(nonce, {false, "junk", "", {}});
+    const auto request = answerChallenge(stalled.get(), {false, "junk", "", {}});
     ASSERT_TRUE(writeAll(stalled.get(), request.substr(0, request.size() / 2)));
 
     const auto began = Steady::now();
     brimstell::SocketHelperTransport transport(daemon->socket());
     EXPECT_EQ(transport.call("version", "", {}, 15.0), std::optional<std::string>("4"));
-    const double waited = since(began);
-    EXPECT_LT(waited, 6.5);  // the stalled client's 5 seconds, then ours
+    EXPECT_LT(since(began), 6.5);  // the stalled client's 5 seconds, then ours
     EXPECT_EQ(readAll(stalled.get(), 1), "");
     const std::string log = daemon->logOnce("did not send its request in time");
     EXPECT_NE(log.find("did not send its request in time"), std::string::npos) << log;
@@ -375,9 +322,7 @@ TEST_F(HelperDaemon, OversizedRequestsAndStalledClientsDontHoldUpTheNext) {
 
 TEST_F(HelperDaemon, TheCommandLineSaysWhetherTheHelperAnswers) {
     auto daemon = start();
-    ASSERT_TRUE(daemon->listening()) << daemon->log();
-    auto env = mac->environment();
-    env["BRIMSTELL_HELPER_SOCKET"] = daemon->socket();
+    auto env = environmentFor(*daemon);
     const auto status = testing_support::runProgram(BRIMSTELL_CLI_EXE, {"helper", "status"}, env);
     EXPECT_EQ(status.status, 0);
     EXPECT_EQ(status.output,
@@ -389,10 +334,8 @@ TEST_F(HelperDaemon, TheCommandLineSaysWhetherTheHelperAnswers) {
     EXPECT_EQ(install.output, "The root helper is installed. Registration: enabled.\n");
 
     env["BRIMSTELL_HELPER_SOCKET"] = dir / "no-helper.sock";
-    const auto absent = testing_support::runProgram(BRIMSTELL_CLI_EXE, {"helper", "status"}, env);
-    EXPECT_EQ(absent.output,
-              "Helper registration: enabled\n"
-              "Helper answers:      no\n");
+    EXPECT_EQ(testing_support::runProgram(BRIMSTELL_CLI_EXE, {"helper", "status"}, env).output,
+              "Helper registration: enabled\nHelper answers:      no\n");
 }
 
 }  // namespace

@@ -44,9 +44,9 @@ std::string fakeTool(const std::string& name, const std::string& log, const std:
            "'\n" + body + "\n";
 }
 
-// ---- the helper's identity
+std::string readIfThere(const std::string& path) { return fs::exists(path) ? testing_support::readText(path) : ""; }
 
-TEST(HelperInfo, NamesAndVersionAsTheSystemKnowsThem) {
+TEST(HelperScript, NamesOperationsAndFileJobs) {
     EXPECT_EQ(brimstell::HelperInfo::label, "com.quorv.brimstell.helper");
     EXPECT_EQ(brimstell::HelperInfo::plistName, "com.quorv.brimstell.helper.plist");
     EXPECT_EQ(brimstell::HelperInfo::appIdentifier, "com.quorv.brimstell");
@@ -54,47 +54,19 @@ TEST(HelperInfo, NamesAndVersionAsTheSystemKnowsThem) {
 #ifndef __APPLE__
     EXPECT_EQ(brimstell::HelperInfo::ownTeamID(), std::nullopt);  // Linux binaries carry no signature
 #endif
-}
-
-// ---- the table
-
-TEST(HelperScript, OperationsAndFileJobs) {
-    const std::set<std::string_view> operations(HelperScript::operations.begin(), HelperScript::operations.end());
-    EXPECT_EQ(operations, (std::set<std::string_view>{"junk", "large", "trash", "emptytrash", "svc", "flushdns",
-                                                      "reindex", "thin", "profiles", "restore", "btm"}));
-    EXPECT_EQ(HelperScript::operations.size(), 11u);
-    const std::set<std::string_view> fileJobs(HelperScript::fileJobs.begin(), HelperScript::fileJobs.end());
-    EXPECT_EQ(fileJobs, (std::set<std::string_view>{"trash", "emptytrash", "restore"}));
-
-    struct Row {
-        std::string op;
-        bool isOperation;
-        bool isFileJob;
-    };
-    for (const Row& row : std::vector<Row>{
-             {"junk", true, false},   {"large", true, false},    {"svc", true, false},     {"btm", true, false},
-             {"trash", true, true},   {"emptytrash", true, true}, {"restore", true, true}, {"version", false, false},
-             {"", false, false},      {"JUNK", false, false},     {"trash ", false, false}, {" trash", false, false},
-             {"junk\n", false, false}, {"do_junk", false, false}, {"emptyTrash", false, false},
-             {"trash\0x"s, false, false},
-         }) {
-        EXPECT_EQ(HelperScript::isOperation(row.op), row.isOperation) << row.op;
-        EXPECT_EQ(HelperScript::isFileJob(row.op), row.isFileJob) << row.op;
+    const std::set<std::string> fileJobs = {"trash", "emptytrash", "restore"};
+    const std::set<std::string> all = {"junk", "large", "svc", "flushdns", "reindex", "thin", "profiles", "btm",
+                                       "trash", "emptytrash", "restore"};
+    EXPECT_EQ(std::set<std::string>(HelperScript::operations.begin(), HelperScript::operations.end()), all);
+    EXPECT_EQ(std::set<std::string>(HelperScript::fileJobs.begin(), HelperScript::fileJobs.end()), fileJobs);
+    for (const auto& op : all) {
+        EXPECT_TRUE(HelperScript::isOperation(op)) << op;
+        EXPECT_EQ(HelperScript::isFileJob(op), fileJobs.contains(op)) << op;
     }
-}
-
-// ---- the text
-
-std::vector<std::string> linesOf(std::string_view text) {
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        auto end = text.find('\n', start);
-        if (end == std::string_view::npos) end = text.size();
-        lines.emplace_back(text.substr(start, end - start));
-        start = end + 1;
+    for (const auto& op : {"version"s, ""s, "JUNK"s, "trash "s, " trash"s, "junk\n"s, "do_junk"s, "emptyTrash"s, "trash\0x"s}) {
+        EXPECT_FALSE(HelperScript::isOperation(op)) << op;
+        EXPECT_FALSE(HelperScript::isFileJob(op)) << op;
     }
-    return lines;
 }
 
 // A folder with the script, the functions and recording stand-ins for the tools that the
@@ -102,7 +74,6 @@ std::vector<std::string> linesOf(std::string_view text) {
 class ScriptBench {
 public:
     ScriptBench() : bin_(dir_ / "bin"), log_(dir_ / "tools.log"), script_(dir_ / "dispatch.sh"), functions_(dir_ / "functions.sh") {
-        fs::create_directories(bin_);
         writeFile(script_, std::string(HelperScript::dispatch));
         writeFile(functions_, std::string(HelperScript::functions));
         const std::string failing = "[ \"$TOOL_FAIL\" = \"$(basename \"$0\")\" ] && exit 1\necho noise\nexit 0";
@@ -111,72 +82,57 @@ public:
         }
     }
     std::string folder() const { return fs::canonical(dir_.path()).string(); }
-    std::string bin() const { return bin_; }
-    std::string toolLog() const { return fs::exists(log_) ? testing_support::readText(log_) : ""; }
+    std::string toolLog() const { return readIfThere(log_); }
     void clearLog() const { fs::remove(log_); }
+    void tool(const std::string& name, const std::string& body) const { writeFile(bin_ + "/" + name, fakeTool(name, log_, body), 0755); }
 
     testing_support::RunResult run(const std::string& op, const std::string& arg, const std::string& failing = "") const {
-        return testing_support::runProgram("/bin/bash", {script_, "/Users/ann", op, arg, ""}, environment(failing));
+        return bash({script_, "/Users/ann", op, arg, ""}, failing);
     }
     // Sources the functions and calls one of them.
     testing_support::RunResult call(const std::vector<std::string>& args) const {
         std::vector<std::string> all = {"-c", "source \"$0\" && \"$@\"", functions_};
         all.insert(all.end(), args.begin(), args.end());
-        return testing_support::runProgram("/bin/bash", all, environment(""));
+        return bash(all);
     }
-    testing_support::RunResult bash(const std::vector<std::string>& args) const {
-        return testing_support::runProgram("/bin/bash", args, environment(""));
+    testing_support::RunResult bash(const std::vector<std::string>& args, const std::string& failing = "") const {
+        return testing_support::runProgram("/bin/bash", args, {{"PATH", bin_ + ":/usr/bin:/bin"}, {"TOOL_FAIL", failing}});
     }
-    const std::string& scriptFile() const { return script_; }
-    const std::string& functionsFile() const { return functions_; }
 
-private:
-    std::map<std::string, std::string> environment(const std::string& failing) const {
-        return {{"PATH", bin_ + ":/usr/bin:/bin"}, {"TOOL_FAIL", failing}};
-    }
     TempDir dir_;
     std::string bin_, log_, script_, functions_;
 };
 
 TEST(HelperScript, FunctionsAreTheScriptWithoutItsArgumentsAndItsCase) {
-    const std::string dispatch(HelperScript::dispatch);
-    const std::string functions(HelperScript::functions);
-    const auto lines = linesOf(dispatch);
+    ScriptBench bench;
+    const auto lines = testing_support::linesOf(bench.script_);
     ASSERT_GE(lines.size(), 3u);
     EXPECT_EQ(lines.front(), R"(me="$1"; op="$2"; arg="$3"; list="$4")");
     EXPECT_EQ(lines.back(), "esac");
-    EXPECT_TRUE(dispatch.ends_with("esac\n"));
+    EXPECT_TRUE(HelperScript::dispatch.ends_with("esac\n"));
 
     std::size_t caseLine = lines.size();
     while (caseLine > 0 && !lines[caseLine - 1].starts_with("case ")) --caseLine;
     ASSERT_GT(caseLine, 1u) << "no final case";
-    --caseLine;
     std::string expected;
-    for (std::size_t i = 1; i < caseLine; ++i) expected += lines[i] + "\n";
-    EXPECT_EQ(functions, expected);
-    EXPECT_EQ(functions.find("$1\"; op="), std::string::npos);
-    EXPECT_EQ(functions.find("\ncase $op"), std::string::npos);
-
+    for (std::size_t i = 1; i + 1 < caseLine; ++i) expected += lines[i] + "\n";
+    EXPECT_EQ(HelperScript::functions, expected);
     // The case knows every operation but the file jobs, and nothing else.
     std::set<std::string> labels;
     const std::regex label(R"(^  ([a-z]+)\))");
     for (std::size_t i = caseLine; i < lines.size(); ++i) {
-        std::smatch m;
-        if (std::regex_search(lines[i], m, label)) labels.insert(m[1]);
+        if (std::smatch m; std::regex_search(lines[i], m, label)) labels.insert(m[1]);
     }
     EXPECT_EQ(labels, (std::set<std::string>{"junk", "large", "svc", "flushdns", "reindex", "thin", "profiles", "btm"}));
 
-    ScriptBench bench;
-    EXPECT_EQ(bench.bash({"-n", bench.scriptFile()}).status, 0);
-    EXPECT_EQ(bench.bash({"-n", bench.functionsFile()}).status, 0);
+
+    EXPECT_EQ(bench.bash({"-n", bench.script_}).status, 0);
+    EXPECT_EQ(bench.bash({"-n", bench.functions_}).status, 0);
     // Sourcing the functions defines the five functions, prints nothing and runs nothing.
-    const auto defined = bench.bash({"-c", "source \"$0\"; echo defined; declare -F", bench.functionsFile()});
-    EXPECT_EQ(defined.output,
+    EXPECT_EQ(bench.bash({"-c", "source \"$0\"; echo defined; declare -F", bench.functions_}).output,
               "defined\ndeclare -f do_junk\ndeclare -f do_large\ndeclare -f do_svc\ndeclare -f emit\ndeclare -f real\n");
     EXPECT_EQ(bench.toolLog(), "");
 }
-
-// ---- real and emit
 
 TEST(HelperScript, RealAcceptsOnlyThePhysicalPath) {
     ScriptBench bench;
@@ -186,58 +142,29 @@ TEST(HelperScript, RealAcceptsOnlyThePhysicalPath) {
     writeFile(base + "/a/new\nline", "x");
     fs::create_directory_symlink("a", base + "/link");
     fs::create_directory_symlink(base + "/a", base + "/a/sublink");
-    struct Row {
-        std::string path;
-        bool real;
-    };
-    for (const Row& row : std::vector<Row>{
-             {base + "/a/b", true},
-             {base + "/a", true},
-             {base + "/a/sub", true},
-             {base + "/a/new\nline", true},
-             {base + "/a/not-there", true},  // only the folder must exist
-             {base + "/a/sublink", true},    // a link as the last name is itself, not followed
-             {base + "/link/b", false},
-             {base + "/a/sublink/b", false},
-             {base + "//a/b", false},
-             {base + "/a//b", false},
-             {base + "/A/b", false},
-             {base + "/a/./b", false},
-             {base + "/a/sub/../b", false},
-             {base + "/missing/b", false},
-             {"relative/b", false},
-             {"b", false},
-             {"", false},
-         }) {
-        EXPECT_EQ(bench.call({"real", row.path}).status == 0, row.real) << row.path;
+    // Only the folder must exist; a link as the last name is itself, not followed.
+    for (const std::string path : {"/a/b", "/a", "/a/sub", "/a/new\nline", "/a/not-there", "/a/sublink"}) {
+        EXPECT_EQ(bench.call({"real", base + path}).status, 0) << path;
+    }
+    for (const std::string& path : {base + "/link/b", base + "/a/sublink/b", base + "//a/b", base + "/a//b", base + "/A/b",
+                                    base + "/a/./b", base + "/a/sub/../b", base + "/missing/b", "relative/b"s, "b"s, ""s}) {
+        EXPECT_NE(bench.call({"real", path}).status, 0) << path;
     }
 }
 
 TEST(HelperScript, EmitPrintsKnownSizesAboveZero) {
     ScriptBench bench;
-    writeFile(bench.bin() + "/du",
-              fakeTool("du", bench.folder() + "/tools.log",
-                       "case \"$2\" in\n  */big) printf '12\\t%s\\n' \"$2\" ;;\n  */zero) printf '0\\t%s\\n' \"$2\" ;;\n"
-                       "  */broken) echo 'du: cannot read' >&2; exit 1 ;;\n  */words) echo 'many kilobytes' ;;\n"
-                       "  *) printf '4\\t%s\\n' \"$2\" ;;\nesac"),
-              0755);
-    struct Row {
-        std::string path;
-        std::string printed;
-    };
-    for (const Row& row : std::vector<Row>{
-             {"/p/big", "cache\t12\t/p/big\n"},
-             {"/p/other name", "cache\t4\t/p/other name\n"},
-             {"/p/\xff\xfe", "cache\t4\t/p/\xff\xfe\n"},
-             {"/p/zero", ""},
-             {"/p/broken", ""},
-             {"/p/words", ""},
-             {"/p/new\nline", ""},
-             {"/p/tab\tbed", ""},
-         }) {
-        const auto result = bench.call({"emit", "cache", row.path});
-        EXPECT_EQ(result.output, row.printed) << row.path;
-        EXPECT_EQ(result.status, 0) << row.path;
+    bench.tool("du", "case \"$2\" in\n  */big) printf '12\\t%s\\n' \"$2\" ;;\n  */zero) printf '0\\t%s\\n' \"$2\" ;;\n"
+                     "  */broken) echo 'du: cannot read' >&2; exit 1 ;;\n  */words) echo 'many kilobytes' ;;\n"
+                     "  *) printf '4\\t%s\\n' \"$2\" ;;\nesac");
+    const std::vector<std::pair<std::string, std::string>> rows = {
+        {"/p/big", "cache\t12\t/p/big\n"}, {"/p/other name", "cache\t4\t/p/other name\n"},
+        {"/p/\xff\xfe", "cache\t4\t/p/\xff\xfe\n"}, {"/p/zero", ""}, {"/p/broken", ""}, {"/p/words", ""},
+        {"/p/new\nline", ""}, {"/p/tab\tbed", ""}};
+    for (const auto& [path, printed] : rows) {
+        const auto result = bench.call({"emit", "cache", path});
+        EXPECT_EQ(result.output, printed) << path;
+        EXPECT_EQ(result.status, 0) << path;
     }
     // A name that could fake a line never reaches du.
     EXPECT_EQ(bench.toolLog().find("line"), std::string::npos);
@@ -245,81 +172,44 @@ TEST(HelperScript, EmitPrintsKnownSizesAboveZero) {
     EXPECT_NE(bench.toolLog().find("du [-skx] [/p/big]\n"), std::string::npos);
 }
 
-// ---- operations run by name
-
-TEST(HelperScript, SvcRunsOnlyForAVerbAndAPlainLabel) {
+TEST(HelperScript, OperationsRunTheirToolsAndSayOKOnlyWhenEveryOneSucceeds) {
     ScriptBench bench;
     struct Row {
-        std::string arg;
-        std::string reply;
-        std::string log;
-        std::string failing = "";
+        std::string op, arg, failing, reply, log;
     };
-    for (const Row& row : std::vector<Row>{
-             {"enable com.example.x", "OK\n", "launchctl [enable] [system/com.example.x]\n"},
-             {"disable com.example.x", "OK\n",
-              "launchctl [disable] [system/com.example.x]\nlaunchctl [bootout] [system/com.example.x]\n"},
-             {"disable A-b_9.x", "OK\n", "launchctl [disable] [system/A-b_9.x]\nlaunchctl [bootout] [system/A-b_9.x]\n"},
-             {"disable com.example.x", "", "launchctl [disable] [system/com.example.x]\n", "launchctl"},
-             {"enable com.example.x;rm", "", ""},
-             {"enable com.example.x rm", "", ""},
-             {"enable com/example", "", ""},
-             {"enable $(touch pwned)", "", ""},
-             {"enable `id`", "", ""},
-             {"enable c\xc3\xb6m.x", "", ""},
-             {"enable com.x\nrm", "", ""},
-             {"enable com.x ", "", ""},
-             {" enable com.x", "", ""},
-             {"enable  com.x", "", ""},
-             {"enable", "", ""},
-             {"enable ", "", ""},
-             {"ENABLE com.x", "", ""},
-             {"start com.x", "", ""},
-             {"bootout com.x", "", ""},
-             {"", "", ""},
-         }) {
-        bench.clearLog();
-        const auto result = bench.run("svc", row.arg, row.failing);
-        EXPECT_EQ(result.output, row.reply) << row.arg;
-        EXPECT_EQ(bench.toolLog(), row.log) << row.arg;
-    }
-}
-
-TEST(HelperScript, MaintenanceSaysOKOnlyWhenEveryToolSucceeds) {
-    ScriptBench bench;
-    struct Row {
-        std::string op;
-        std::string failing;
-        std::string reply;
-        std::string log;
+    const std::string disable = "launchctl [disable] [system/com.example.x]\n";
+    const std::string flush = "dscacheutil [-flushcache]\n";
+    const std::string thin = "tmutil [thinlocalsnapshots] [/] [999999999999] [4]\n";
+    std::vector<Row> rows = {
+        {"svc", "enable com.example.x", "", "OK\n", "launchctl [enable] [system/com.example.x]\n"},
+        {"svc", "disable com.example.x", "", "OK\n", disable + "launchctl [bootout] [system/com.example.x]\n"},
+        {"svc", "disable A-b_9.x", "", "OK\n", "launchctl [disable] [system/A-b_9.x]\nlaunchctl [bootout] [system/A-b_9.x]\n"},
+        {"svc", "disable com.example.x", "launchctl", "", disable},
+        {"flushdns", "", "", "OK\n", flush + "killall [-HUP] [mDNSResponder]\n"},
+        {"flushdns", "", "dscacheutil", "", flush},
+        {"flushdns", "", "killall", "", flush + "killall [-HUP] [mDNSResponder]\n"},
+        {"reindex", "", "", "OK\n", "mdutil [-E] [/]\n"},
+        {"reindex", "", "mdutil", "", "mdutil [-E] [/]\n"},
+        {"thin", "", "", "OK\n", thin},
+        {"thin", "", "tmutil", "", thin},
     };
-    for (const Row& row : std::vector<Row>{
-             {"flushdns", "", "OK\n", "dscacheutil [-flushcache]\nkillall [-HUP] [mDNSResponder]\n"},
-             {"flushdns", "dscacheutil", "", "dscacheutil [-flushcache]\n"},
-             {"flushdns", "killall", "", "dscacheutil [-flushcache]\nkillall [-HUP] [mDNSResponder]\n"},
-             {"reindex", "", "OK\n", "mdutil [-E] [/]\n"},
-             {"reindex", "mdutil", "", "mdutil [-E] [/]\n"},
-             {"thin", "", "OK\n", "tmutil [thinlocalsnapshots] [/] [999999999999] [4]\n"},
-             {"thin", "tmutil", "", "tmutil [thinlocalsnapshots] [/] [999999999999] [4]\n"},
-         }) {
+    // svc runs only for a verb and a plain label.
+    for (const std::string arg : {"enable com.example.x;rm", "enable com.example.x rm", "enable com/example", "enable $(touch pwned)",
+                                  "enable `id`", "enable c\xc3\xb6m.x", "enable com.x\nrm", "enable com.x ", " enable com.x",
+                                  "enable  com.x", "enable", "enable ", "ENABLE com.x", "start com.x", "bootout com.x", ""}) {
+        rows.push_back({"svc", arg, "", "", ""});
+    }
+    // An operation outside the case prints and runs nothing.
+    for (const std::string op : {"", "trash", "restore", "emptytrash", "version", "JUNK", "do_junk", "junk;ls", "real", "*",
+                                 "svc ", "flushdns\n"}) {
+        rows.push_back({op, "enable com.example.x", "", "", ""});
+    }
+    for (const Row& row : rows) {
         bench.clearLog();
-        EXPECT_EQ(bench.run(row.op, "", row.failing).output, row.reply) << row.op << " " << row.failing;
-        EXPECT_EQ(bench.toolLog(), row.log) << row.op << " " << row.failing;
+        EXPECT_EQ(bench.run(row.op, row.arg, row.failing).output, row.reply) << row.op << " " << row.arg << " " << row.failing;
+        EXPECT_EQ(bench.toolLog(), row.log) << row.op << " " << row.arg << " " << row.failing;
     }
 }
-
-TEST(HelperScript, AnUnknownOperationPrintsAndRunsNothing) {
-    ScriptBench bench;
-    for (const std::string op : {"", "trash", "restore", "emptytrash", "version", "JUNK", "do_junk", "junk;ls",
-                                 "real", "*", "svc ", "flushdns\n"}) {
-        bench.clearLog();
-        const auto result = bench.run(op, "enable com.example.x");
-        EXPECT_EQ(result.output, "") << op;
-        EXPECT_EQ(bench.toolLog(), "") << op;
-    }
-}
-
-// ---- operations that read system folders, in a chroot laid out like a Mac
 
 // The Mac's folders in <temp>/root; bash, sh and sleep copied in, the host's libraries mounted
 // read-only, tools as recording stand-ins. Each run is a child in a mount namespace of its own,
@@ -331,9 +221,7 @@ public:
                                    "/Library/Logs", "/private/var/log", "/cores", "/Users", "/System/Volumes/Data"}) {
             fs::create_directories(at(folder));
         }
-        fs::create_directory_symlink("usr/bin", at("/bin"));
-        fs::create_directory_symlink("usr/lib", at("/lib"));
-        fs::create_directory_symlink("usr/lib64", at("/lib64"));
+        for (const char* link : {"bin", "lib", "lib64"}) fs::create_directory_symlink("usr/"s + link, at("/"s + link));
         writeFile(at("/dev/null"), "");
         for (auto [from, to] : {std::pair{"/usr/bin/bash", "/usr/bin/bash"}, std::pair{"/usr/bin/dash", "/usr/bin/sh"},
                                 std::pair{"/usr/bin/sleep", "/usr/bin/sleep"}}) {
@@ -347,7 +235,7 @@ public:
     void tool(const std::string& macPath, const std::string& body) const {
         writeFile(at(macPath), fakeTool(fs::path(macPath).filename().string(), "/tools.log", body), 0755);
     }
-    std::string toolLog() const { return fs::exists(at("/tools.log")) ? testing_support::readText(at("/tools.log")) : ""; }
+    std::string toolLog() const { return readIfThere(at("/tools.log")); }
 
     struct Result {
         std::string output;
@@ -386,16 +274,11 @@ public:
         int status = 0;
         ::waitpid(child, &status, 0);
         result.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-        const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        if (code == 125) {
-            result.why = "no private mount namespace here (unshare/mount refused)";
-        } else if (code == 126) {
-            result.why = "can't lay out a chroot here (bind mount or chroot refused)";
-        } else if (code == 127) {
-            result.why = "bash didn't start in the chroot";
-        } else {
-            result.ran = true;
-        }
+        const std::map<int, std::string> why = {{125, "no private mount namespace here (unshare/mount refused)"},
+                                                {126, "can't lay out a chroot here (bind mount or chroot refused)"},
+                                                {127, "bash didn't start in the chroot"}};
+        result.ran = !WIFEXITED(status) || !why.contains(WEXITSTATUS(status));
+        if (!result.ran) result.why = why.at(WEXITSTATUS(status));
         return result;
     }
 
@@ -411,15 +294,18 @@ protected:
     }
 };
 
-#define RUN_OR_SKIP(result)                          \
-    do {                                             \
-        if (!(result).ran) GTEST_SKIP() << (result).why; \
-    } while (0)
+#define RUN_OR_SKIP(result) \
+    if (!(result).ran) GTEST_SKIP() << (result).why
 
 TEST_F(HelperScriptChroot, JunkListsSystemAndOtherAccountsJunk) {
     MacChroot mac;
     mac.tool("/fakebin/du",
              "case \"$2\" in */Acme) n=12 ;; */zero) n=0 ;; *) n=4 ;; esac\nprintf '%s\\t%s\\n' \"$n\" \"$2\"");
+    const auto empty = mac.run("junk", "");
+    RUN_OR_SKIP(empty);
+    EXPECT_EQ(empty.output, "");
+    EXPECT_EQ(mac.toolLog(), "");
+
     for (const char* file : {"/Library/Caches/.hidden", "/Library/Caches/Acme/data", "/Library/Caches/ColorSync/x",
                              "/Library/Caches/Desktop Pictures/x", "/Library/Caches/com.apple.Safari/x",
                              "/Library/Caches/line\nfeed", "/Library/Caches/zero", "/Library/Logs/install.log",
@@ -435,9 +321,7 @@ TEST_F(HelperScriptChroot, JunkListsSystemAndOtherAccountsJunk) {
     fs::create_directory_symlink("/Library/Caches", mac.at("/Users/carl/Library/Caches"));
     fs::create_directory_symlink("bob", mac.at("/Users/dave"));
 
-    const auto result = mac.run("junk", "");
-    RUN_OR_SKIP(result);
-    EXPECT_EQ(result.output,
+    EXPECT_EQ(mac.run("junk", "").output,
               "cache\t4\t/Library/Caches/.hidden\n"
               "cache\t12\t/Library/Caches/Acme\n"
               "log\t4\t/Library/Logs/install.log\n"
@@ -448,27 +332,15 @@ TEST_F(HelperScriptChroot, JunkListsSystemAndOtherAccountsJunk) {
               "log\t4\t/cores/core.123\n"
               "user\t4\t/Users/bob/Library/Caches/bobcache\n"
               "user\t4\t/Users/bob/Library/Logs/boblog\n");
-    EXPECT_EQ(mac.toolLog(),
-              "du [-skx] [/Library/Caches/.hidden]\n"
-              "du [-skx] [/Library/Caches/Acme]\n"
-              "du [-skx] [/Library/Caches/zero]\n"
-              "du [-skx] [/Library/Logs/install.log]\n"
-              "du [-skx] [/Library/Logs/DiagnosticReports/crash.ips]\n"
-              "du [-skx] [/private/var/log/system.log.0.gz]\n"
-              "du [-skx] [/private/var/log/x.bz2]\n"
-              "du [-skx] [/private/var/log/wifi.log.1]\n"
-              "du [-skx] [/cores/core.123]\n"
-              "du [-skx] [/Users/bob/Library/Caches/bobcache]\n"
-              "du [-skx] [/Users/bob/Library/Logs/boblog]\n");
-}
-
-TEST_F(HelperScriptChroot, JunkWithEmptyFoldersPrintsNothing) {
-    MacChroot mac;
-    mac.tool("/fakebin/du", "printf '4\\t%s\\n' \"$2\"");
-    const auto result = mac.run("junk", "");
-    RUN_OR_SKIP(result);
-    EXPECT_EQ(result.output, "");
-    EXPECT_EQ(mac.toolLog(), "");
+    // du saw each of those, and the zero-sized one, and nothing else.
+    std::string measured;
+    for (const char* path : {"/Library/Caches/.hidden", "/Library/Caches/Acme", "/Library/Caches/zero", "/Library/Logs/install.log",
+                             "/Library/Logs/DiagnosticReports/crash.ips", "/private/var/log/system.log.0.gz", "/private/var/log/x.bz2",
+                             "/private/var/log/wifi.log.1", "/cores/core.123", "/Users/bob/Library/Caches/bobcache",
+                             "/Users/bob/Library/Logs/boblog"}) {
+        measured += "du [-skx] ["s + path + "]\n";
+    }
+    EXPECT_EQ(mac.toolLog(), measured);
 }
 
 TEST_F(HelperScriptChroot, LargeChecksItsArgumentAndEndsRecordsInNul) {
@@ -476,7 +348,6 @@ TEST_F(HelperScriptChroot, LargeChecksItsArgumentAndEndsRecordsInNul) {
     mac.tool("/fakebin/find", "echo \"cwd $(pwd)\" >> /tools.log\nprintf './big file\\0./new\\nline\\0./vanished\\0./odd\\0'");
     mac.tool("/fakebin/stat",
              "case \"$3\" in './big file') echo 2048 ;; ./vanished) exit 1 ;; ./odd) echo 'n/a' ;; *) echo 16 ;; esac");
-
     for (const std::string arg : {"", "12a", "-1", "+5", "1 2", " 12", "12\n", "0x10", "$(touch /pwned)", "1;touch /pwned",
                                   "\xef\xbc\x91\xef\xbc\x92"}) {
         const auto refused = mac.run("large", arg);
@@ -486,9 +357,7 @@ TEST_F(HelperScriptChroot, LargeChecksItsArgumentAndEndsRecordsInNul) {
     }
     EXPECT_FALSE(fs::exists(mac.at("/pwned")));
 
-    const auto result = mac.run("large", "1024");
-    RUN_OR_SKIP(result);
-    EXPECT_EQ(result.output, "2048\t./big file\0"s "16\t./new\nline\0"s);
+    EXPECT_EQ(mac.run("large", "1024").output, "2048\t./big file\0"s "16\t./new\nline\0"s);
     EXPECT_EQ(mac.toolLog(),
               "find [-x] [.] [(] [-path] [./Volumes] [-o] [-path] [./System] [-o] [-path] [./.Spotlight-V100] "
               "[-o] [-path] [./.fseventsd] [-o] [-path] [./.DocumentRevisions-V100] [-o] [-path] [./private/var/vm] "
@@ -502,6 +371,7 @@ TEST_F(HelperScriptChroot, LargeChecksItsArgumentAndEndsRecordsInNul) {
               "stat [-f] [%b] [./odd]\n");
 }
 
+// btm's watchdog doesn't hold a quick reply open, and gives up on a hanging tool after 20 seconds.
 TEST_F(HelperScriptChroot, ProfilesAndBtmPrintTheToolsOwnText) {
     MacChroot mac;
     mac.tool("/usr/bin/profiles", "echo 'There are no configuration profiles installed'\necho 'noise' >&2");
@@ -511,18 +381,14 @@ TEST_F(HelperScriptChroot, ProfilesAndBtmPrintTheToolsOwnText) {
     EXPECT_EQ(profiles.output, "There are no configuration profiles installed\n");
     const auto btm = mac.run("btm", "");
     EXPECT_EQ(btm.output, "Records for UID 501\n");
-    EXPECT_LT(btm.seconds, 5.0);  // the watchdog doesn't hold the reply open
+    EXPECT_LT(btm.seconds, 5.0);
     EXPECT_EQ(mac.toolLog(), "profiles [list] [-all]\nsfltool [dumpbtm]\n");
-}
 
-TEST_F(HelperScriptChroot, BtmGivesUpOnAHangingToolAfterTwentySeconds) {
-    MacChroot mac;
     mac.tool("/usr/bin/sfltool", "echo 'partial'\nexec sleep 120");
-    const auto btm = mac.run("btm", "");
-    RUN_OR_SKIP(btm);
-    EXPECT_EQ(btm.output, "partial\n");
-    EXPECT_GE(btm.seconds, 19.5);
-    EXPECT_LT(btm.seconds, 40.0);
+    const auto hung = mac.run("btm", "");
+    EXPECT_EQ(hung.output, "partial\n");
+    EXPECT_GE(hung.seconds, 19.5);
+    EXPECT_LT(hung.seconds, 40.0);
 }
 
 }  // namespace
