@@ -99,10 +99,11 @@ case $op in
   profiles) /usr/bin/profiles list -all 2>/dev/null ;;
   btm)
     # The service behind the dump can hang: a watchdog kills the tool after 20 seconds and is
-    # itself stopped when the tool ends first.
+    # itself stopped when the tool ends first. It naps a second at a time, so however a stop
+    # meets it, nothing of it outlives the reply by more than a second.
     /usr/bin/sfltool dumpbtm 2>/dev/null &
     tool=$!
-    ( trap 'kill $nap 2>/dev/null; exit 0' TERM; sleep 20 & nap=$!; wait $nap; kill -9 $tool ) >/dev/null 2>&1 &
+    ( trap 'exit 0' TERM; n=0; while [ $n -lt 20 ]; do sleep 1; n=$((n + 1)); done; kill -9 $tool ) >/dev/null 2>&1 &
     dog=$!
     wait $tool 2>/dev/null
     kill $dog 2>/dev/null
