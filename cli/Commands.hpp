@@ -10,5 +10,7 @@ void addSettingsCommands(CLI::App& app, int& exitCode);
 void addDemoCommand(CLI::App& app, int& exitCode);
 void addHelperCommands(CLI::App& app, int& exitCode);
 void addFilesCommands(CLI::App& app, int& exitCode);
+void addJunkCommands(CLI::App& app, int& exitCode);
+void addAutoCleanCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

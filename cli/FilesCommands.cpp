@@ -335,8 +335,6 @@ void runRestore(const std::vector<std::string>& ids, const std::string& session,
 
 // ---- trash-bin ----
 
-std::string itemsText(std::size_t n) { return n == 1 ? "1 item" : std::to_string(n) + " items"; }
-
 Json binItemJson(const brimstell::TrashBinItem& item) {
     Json j = Json::object();
     putPath(j, "location", item.location);
@@ -378,17 +376,6 @@ void listTrashBin(bool json) {
         fmt::print("{:>{}}  {:<16}  {}{}\n", quorv::formatSize(item.size), width, added, shownPath(item.location), from);
     }
     fmt::print("{} · {}\n", itemsText(items.size()), quorv::formatSize(total));
-}
-
-// Whether to go ahead: yes given, or a "y" typed at the terminal. nullopt: there is no one to ask.
-std::optional<bool> confirmed(const std::string& question, bool yes) {
-    if (yes) return true;
-    if (!::isatty(STDIN_FILENO)) return std::nullopt;
-    fmt::print("{} [y/N] ", question);
-    std::fflush(stdout);
-    std::string answer;
-    if (!std::getline(std::cin, answer)) return false;
-    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
 }
 
 void emptyTrashBin(int days, bool yes, bool json, int& exitCode) {

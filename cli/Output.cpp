@@ -1,6 +1,9 @@
 #include "cli/Output.hpp"
 
+#include <unistd.h>
+
 #include <cstdio>
+#include <iostream>
 
 #include <fmt/format.h>
 
@@ -93,6 +96,18 @@ void putPath(Json& object, const std::string& key, const std::string& path) {
     }
     object[key] = quorv::validUtf8(path);
     object[key + "Bytes"] = quorv::base64Encode(path);
+}
+
+std::string itemsText(std::size_t n) { return n == 1 ? "1 item" : std::to_string(n) + " items"; }
+
+std::optional<bool> confirmed(const std::string& question, bool yes) {
+    if (yes) return true;
+    if (!::isatty(STDIN_FILENO)) return std::nullopt;
+    fmt::print("{} [y/N] ", question);
+    std::fflush(stdout);
+    std::string answer;
+    if (!std::getline(std::cin, answer)) return false;
+    return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
 }
 
 }  // namespace cli

@@ -1,6 +1,8 @@
 #pragma once
 // What the commands share: the JSON form of a settings value, shell quoting, error lines.
 
+#include <cstddef>
+#include <optional>
 #include <string>
 
 #include <nlohmann/json.hpp>
@@ -28,5 +30,10 @@ std::string shownPath(const std::string& path);
 // Puts a path into a JSON object under key; a path that is not UTF-8 is written readable under key
 // and exactly, as base64, under key + "Bytes".
 void putPath(Json& object, const std::string& key, const std::string& path);
+
+// "1 item", "3 items".
+std::string itemsText(std::size_t n);
+// Whether to go ahead: yes given, or a "y" typed at the terminal. nullopt: there is no one to ask.
+std::optional<bool> confirmed(const std::string& question, bool yes);
 
 }  // namespace cli

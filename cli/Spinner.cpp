@@ -16,7 +16,12 @@ Spinner::Spinner(std::string text) : text_(std::move(text)) {
         for (int tick = 0; !stopping_; ++tick) {
             std::this_thread::sleep_for(100ms);
             if (tick < 3 || stopping_) continue;
-            std::fprintf(stderr, "\r%c %s", frames[tick % 4], text_.c_str());
+            std::string line;
+            {
+                std::lock_guard lock(mutex_);
+                line = text_;
+            }
+            std::fprintf(stderr, "\r\033[K%c %s", frames[tick % 4], line.c_str());
             std::fflush(stderr);
             shown = true;
         }
@@ -25,6 +30,11 @@ Spinner::Spinner(std::string text) : text_(std::move(text)) {
             std::fflush(stderr);
         }
     });
+}
+
+void Spinner::setText(std::string text) {
+    std::lock_guard lock(mutex_);
+    text_ = std::move(text);
 }
 
 Spinner::~Spinner() { stop(); }

@@ -3,6 +3,7 @@
 // so that output that is piped or captured never holds it.
 
 #include <atomic>
+#include <mutex>
 #include <string>
 #include <thread>
 
@@ -15,10 +16,13 @@ public:
     ~Spinner();
     Spinner(const Spinner&) = delete;
     Spinner& operator=(const Spinner&) = delete;
+    // Changes what it says, for work that reports how far it has got.
+    void setText(std::string text);
     // Stops and clears the line.
     void stop();
 
 private:
+    std::mutex mutex_;
     std::string text_;
     std::atomic<bool> stopping_{false};
     std::thread thread_;

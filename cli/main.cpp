@@ -18,6 +18,8 @@ int main(int argc, char** argv) {
     cli::addAgentCommands(app, exitCode);
     cli::addSettingsCommands(app, exitCode);
     cli::addFilesCommands(app, exitCode);
+    cli::addJunkCommands(app, exitCode);
+    cli::addAutoCleanCommands(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);
     CLI11_PARSE(app, argc, argv);

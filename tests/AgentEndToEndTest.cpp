@@ -150,4 +150,52 @@ TEST(AgentEndToEnd, SwitchedOffWarningLosesItsLatch) {
     EXPECT_FALSE(s.settings().object("agent.alarm.lowDisk").has_value());
 }
 
+std::vector<nlohmann::json> titled(const std::vector<nlohmann::json>& alerts, const std::string& start) {
+    std::vector<nlohmann::json> out;
+    for (const auto& a : alerts) {
+        if (a["title"].get<std::string>().rfind(start, 0) == 0) out.push_back(a);
+    }
+    return out;
+}
+
+TEST(AgentEndToEnd, AutoCleanRunsWhenDueAndAlertsOnce) {
+    AgentSandbox s;
+    const auto cache = s.mac.writeFileOfSize("~/Library/Caches/com.example.app/blob", 3'000'000);
+    s.settings().set("autoClean.enabled", true);
+    s.settings().set("autoClean.lastRun", 1'790'000'000.0 - 8 * 86'400);  // weekly: due a day ago
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_FALSE(std::filesystem::exists(cache));
+    auto freed = titled(s.alerts(), "Auto Clean freed ");
+    ASSERT_EQ(freed.size(), 1u);
+    EXPECT_EQ(freed[0]["body"], "Everything it moved is in History, ready to restore.");
+    EXPECT_EQ(s.settings().number("autoClean.lastRun"), 1'790'000'000.0);
+    EXPECT_GE(s.settings().integer("autoClean.lastFreed"), 3'000'000);
+
+    // The next hour it is not due: nothing moves, nothing is said again.
+    const auto log = s.mac.writeFileOfSize("~/Library/Logs/new.log", 1'000'000);
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_TRUE(std::filesystem::exists(log));
+    EXPECT_EQ(titled(s.alerts(), "Auto Clean freed ").size(), 1u);
+}
+
+TEST(AgentEndToEnd, JunkIsMeasuredForTheWidgetAtMostEverySixHours) {
+    AgentSandbox s;
+    s.mac.writeFileOfSize("~/Library/Caches/com.example.app/blob", 3'000'000);
+    s.mac.writeFileOfSize("~/Library/Developer/Xcode/Archives/A/x", 9'000'000);  // not Auto Clean's
+    ASSERT_EQ(s.run().status, 0);
+    auto junk = [&] { return nlohmann::json::parse(readText(s.widgetFile()))["junk"].get<std::int64_t>(); };
+    const auto first = junk();
+    EXPECT_GE(first, 3'000'000);
+    EXPECT_LT(first, 9'000'000);
+    EXPECT_EQ(s.settings().number("agent.junkMeasured"), 1'790'000'000.0);
+
+    s.mac.writeFileOfSize("~/Library/Logs/more.log", 2'000'000);
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(junk(), first) << "measured less than six hours ago: the widget keeps the figure";
+
+    s.settings().set("agent.junkMeasured", 1'790'000'000.0 - 21'601);
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_GE(junk(), first + 2'000'000);
+}
+
 }  // namespace

@@ -419,8 +419,10 @@ TEST(AutoCleanRules, SettingsTakeTheirDefaultsWhenAbsentOrOfAnotherType) {
     } cases[] = {
         {{}, same},
         {{{"autoClean.enabled", true}}, [](auto& s) { s.enabled = true; }},
-        {{{"autoClean.enabled", "YES"}}, same},
-        {{{"autoClean.enabled", 1}}, same},
+        // The switch converts as the agent's schedule reads it.
+        {{{"autoClean.enabled", "YES"}}, [](auto& s) { s.enabled = true; }},
+        {{{"autoClean.enabled", 1}}, [](auto& s) { s.enabled = true; }},
+        {{{"autoClean.enabled", "no"}}, same},
         {{{"autoClean.frequency", "daily"}}, [](auto& s) { s.frequency = Frequency::daily; }},
         {{{"autoClean.frequency", "monthly"}}, [](auto& s) { s.frequency = Frequency::monthly; }},
         {{{"autoClean.frequency", "fortnightly"}}, same},

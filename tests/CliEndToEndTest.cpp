@@ -112,6 +112,7 @@ TEST(CliEndToEnd, AgentRunSaysWhatItDid) {
     EXPECT_EQ(first.output,
               "Jobs due: lowDisk, leftovers, loginItems\n"
               "login items: recorded 1 to compare with next time\n"
+        "junk: 0 bytes that Auto Clean may take\n"
               "Alerts sent: none\n"
               "Wrote " + s.mac.home() + "/Library/Preferences/com.quorv.brimstell.plist\n"
               "Wrote " + s.mac.home() + "/Library/Group Containers/K3Q8ZT2WMX.com.quorv.brimstell/widget.json\n");

@@ -9,6 +9,9 @@
 #include "kit/agent/LoginItemWatch.hpp"
 #include "kit/agent/SettingsKeys.hpp"
 #include "kit/agent/WidgetFeed.hpp"
+#include "kit/cleaning/AutoClean.hpp"
+#include "kit/cleaning/JunkModel.hpp"
+#include "kit/cleaning/JunkScanner.hpp"
 #include "kit/files/FS.hpp"
 #include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
@@ -136,6 +139,34 @@ void AgentRun::loginItems() {
     settingsChanged = true;
 }
 
+void AgentRun::autoClean() {
+    if (!isDue(AgentJob::autoClean)) return;
+    // The agent has taken the schedule decision itself, so the run counts as asked for and sends
+    // nothing; the agent alerts instead.
+    AutoClean runner;
+    const auto ran = runner.run(true);
+    settingsChanged = true;
+    if (!ran) {
+        // The app is cleaning: "autoClean.lastFreed" is still an earlier run's, already announced.
+        report.notes.push_back("auto clean: another clean holds the lock; trying again next hour");
+        return;
+    }
+    const auto freed = settings.integer(keys::autoCleanLastFreed);
+    report.notes.push_back("auto clean: " + runner.message.value_or(""));
+    if (freed >= 1) {
+        alert("Auto Clean freed " + quorv::formatSize(freed), "Everything it moved is in History, ready to restore.");
+    }
+}
+
+void AgentRun::measureJunk() {
+    if (!(now - settings.number(keys::junkMeasured) > Agent::junkMeasureInterval)) return;
+    const std::string home = FS::home();
+    junk = quorv::Background::await([&] { return JunkModel::autoCleanShare(JunkScanner::scan(home)); });
+    settings.set(keys::junkMeasured, now);
+    settingsChanged = true;
+    report.notes.push_back("junk: " + quorv::formatSize(*junk) + " that Auto Clean may take");
+}
+
 void AgentRun::finish() {
     if (auto written = WidgetFeed::update(junk, battery, disk)) report.filesWritten.push_back(*written);
     settings.synchronize();
@@ -156,6 +187,8 @@ AgentReport Agent::run() {
     run.batteryWorn();
     run.diskHealth();
     run.loginItems();
+    run.autoClean();
+    run.measureJunk();
     run.finish();
 
     if (run.settingsChanged && !quorv::host().settingsFile().empty()) {

@@ -48,6 +48,10 @@ public:
     void diskHealth();
     // The login-items job.
     void loginItems();
+    // The Auto Clean job: one run, and its alert when it freed something.
+    void autoClean();
+    // The junk figure for the widget, measured at most once in six hours.
+    void measureJunk();
     // Widget snapshot and the final flush of the settings.
     void finish();
 
@@ -70,6 +74,8 @@ private:
 
 struct Agent {
     static constexpr const char* label = "com.quorv.brimstell.agent";
+    // The junk scan is throttled to once in this many seconds, though the agent runs hourly.
+    static constexpr double junkMeasureInterval = 21'600;
     static const std::array<LatchRow, 3> latches;
 
     // The latch keys of the rows whose job is not due, in table order.

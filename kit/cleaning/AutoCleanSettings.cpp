@@ -53,7 +53,9 @@ std::optional<double> numberIn(quorv::SettingsStore& store, const char* key) {
 
 AutoCleanSettings AutoCleanRules::settingsFrom(quorv::SettingsStore& store) {
     AutoCleanSettings s;
-    s.enabled = booleanOr(store, keys::autoCleanEnabled, s.enabled);
+    // Read as the agent's schedule reads it (the store's plain Boolean read), so that the two never
+    // disagree on whether Auto Clean is on.
+    s.enabled = store.boolean(keys::autoCleanEnabled);
     if (const auto value = store.object(keys::autoCleanFrequency)) {
         if (const auto* text = value->get<std::string>()) s.frequency = frequencyNamed(*text).value_or(s.frequency);
     }

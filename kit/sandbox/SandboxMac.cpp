@@ -10,6 +10,7 @@
 
 #include <fmt/format.h>
 
+#include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/UniqueFd.hpp"
 
@@ -97,6 +98,12 @@ std::string SandboxMac::writeFileOfSize(std::string_view systemPath, std::size_t
     return p;
 }
 
+void SandboxMac::setTimes(const std::string& location, double time) {
+    const auto whole = static_cast<time_t>(time);
+    const timespec times[2] = {{whole, 0}, {whole, 0}};
+    ::utimensat(AT_FDCWD, location.c_str(), times, AT_SYMLINK_NOFOLLOW);
+}
+
 std::string SandboxMac::addLaunchItem(std::string_view folder, std::string_view label, std::string_view program) {
     const std::string text = fmt::format(
         "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
@@ -140,6 +147,23 @@ void SandboxMac::addSampleContent() {
     writeFileOfSize("~/Library/Logs/Example/example.log", 400'000);
     writeFileOfSize("~/Downloads/Example-Installer.dmg", 8'000'000);
     writeFile("~/Documents/Notes.txt", "Remember the milk.\n");
+    writeFileOfSize("~/Library/Caches/com.apple.Safari/Cache.db", 1'500'000);
+    writeFileOfSize("~/Library/Caches/com.spotify.client/Data/blob", 5'000'000);
+    writeFileOfSize("~/Library/Application Support/Google/Chrome/Default/Code Cache/js/index", 2'000'000);
+    writeFile("~/Library/Application Support/Google/Chrome/Default/Login Data", "kept: a browser's logins are not junk\n");
+    writeFileOfSize("~/Library/Developer/Xcode/DerivedData/Example-abc/Build/Products/Example", 6'000'000);
+    writeFileOfSize("~/Library/Developer/Xcode/Archives/2026-01-10/Example.xcarchive/Info", 500'000);
+
+    // A project nobody has touched for half a year, with its node_modules.
+    const double halfYearAgo = quorv::host().now() - 180 * 86'400.0;
+    for (const char* file : {"~/Projects/old-site/package.json", "~/Projects/old-site/index.js"}) {
+        setTimes(writeFile(file, "{}\n"), halfYearAgo);
+    }
+    setTimes(writeFileOfSize("~/Projects/old-site/node_modules/left-pad/index.js", 700'000), halfYearAgo);
+    for (const char* folder : {"~/Projects/old-site/node_modules/left-pad", "~/Projects/old-site/node_modules",
+                               "~/Projects/old-site"}) {
+        setTimes(path(folder), halfYearAgo);
+    }
 
     // An installed app.
     writeFile("/Applications/Example.app/Contents/Info.plist",

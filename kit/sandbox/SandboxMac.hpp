@@ -31,6 +31,8 @@ public:
     // A file of the given logical size whose blocks are really allocated.
     std::string writeFileOfSize(std::string_view systemPath, std::size_t bytes);
     std::string makeFolder(std::string_view systemPath);
+    // Sets a location's access and modification times (seconds since 1970), a final link not followed.
+    static void setTimes(const std::string& location, double time);
 
     // A launchd property list with this label in folder ("~/Library/LaunchAgents",
     // "/Library/LaunchAgents" or "/Library/LaunchDaemons"); returns its location.

@@ -1,0 +1,130 @@
+// The junk, clean and autoclean commands, run as built against a sandbox Mac.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include <nlohmann/json.hpp>
+
+#include "support/TestSupport.hpp"
+#include "support/settings/PlistFileStore.hpp"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+struct JunkCli {
+    testing_support::TempDir dir;
+    brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
+    std::string cache = mac.writeFileOfSize("~/Library/Caches/com.example.app/blob", 204'800);
+    std::string log = mac.writeFileOfSize("~/Library/Logs/a.log", 102'400);
+
+    testing_support::RunResult run(const std::vector<std::string>& args) const {
+        auto env = mac.environment();
+        env["BRIMSTELL_OUTBOX"] = dir / "outbox.jsonl";
+        env["TZ"] = "UTC";
+        env["BRIMSTELL_NOW"] = "1790000000";
+        return testing_support::runProgram(BRIMSTELL_CLI_EXE, args, env);
+    }
+    quorv::PlistFileStore settings() const {
+        return quorv::PlistFileStore(mac.home() + "/Library/Preferences/com.quorv.brimstell.plist");
+    }
+};
+
+TEST(JunkCli, ListsWhatAScanFound) {
+    JunkCli s;
+    auto r = s.run({"junk"});
+    EXPECT_EQ(r.status, 0);
+    // The folder's own block counts with its file: 204,800 + 4,096 bytes.
+    EXPECT_EQ(r.output,
+              "  [x] Other App Caches     209 kB  1 item\n"
+              "  [x] Logs                 102 kB  1 item\n"
+              "Ticked: 311 kB. `brimstell clean` moves it to the Trash; `brimstell history` puts it back.\n");
+
+    r = s.run({"junk", "--json", "--items"});
+    ASSERT_EQ(r.status, 0);
+    const auto j = nlohmann::json::parse(r.output);
+    EXPECT_EQ(j["ticked"], 311'296);
+    ASSERT_EQ(j["categories"].size(), 2u);
+    const auto& logs = j["categories"][1];
+    EXPECT_EQ(logs["name"], "Logs");
+    EXPECT_EQ(logs["icon"], "doc.text");
+    EXPECT_EQ(logs["note"], "Logs and crash reports");
+    EXPECT_EQ(logs["enabled"], true);
+    EXPECT_EQ(logs["admin"], false);
+    EXPECT_EQ(logs["size"], 102'400);
+    EXPECT_EQ(logs["itemCount"], 1);
+    EXPECT_EQ(logs["items"][0]["location"], s.log);
+    EXPECT_EQ(logs["items"][0]["label"], "a.log");
+}
+
+TEST(JunkCli, CleanAsksChoosesAndMoves) {
+    JunkCli s;
+    const struct {
+        std::vector<std::string> args;
+        int status;
+        const char* lastLine;  // of standard output; "" for none
+    } refusals[] = {
+        {{"clean"}, 2, "  [x] Logs                 102 kB  1 item"},  // no terminal to ask on, no --yes
+        {{"clean", "--category", "Nope"}, 2, ""},
+        {{"clean", "--dry-run", "--category", "Logs"}, 0, "Would move 1 item (102 kB) to the Trash."},
+    };
+    for (const auto& c : refusals) {
+        const auto r = s.run(c.args);
+        EXPECT_EQ(r.status, c.status) << c.args.back();
+        std::string last = r.output;
+        if (!last.empty()) last.pop_back();
+        last = last.substr(last.rfind('\n') == std::string::npos ? 0 : last.rfind('\n') + 1);
+        EXPECT_EQ(last, c.lastLine) << c.args.back();
+        EXPECT_TRUE(fs::exists(s.cache) && fs::exists(s.log)) << "nothing moved by " << c.args.back();
+    }
+
+    auto r = s.run({"clean", "--yes", "--category", "Logs"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output, "  [x] Logs     102 kB  1 item\nMoved 102 kB to the Trash\n");
+    EXPECT_FALSE(fs::exists(s.log));
+    EXPECT_TRUE(fs::exists(s.cache)) << "only the chosen category";
+    EXPECT_EQ(s.settings().integer("widget.lastFreed"), 102'400);
+
+    r = s.run({"clean", "--yes", "--json"});
+    ASSERT_EQ(r.status, 0);
+    const auto j = nlohmann::json::parse(r.output);
+    EXPECT_EQ(j["freed"], 208'896);
+    EXPECT_EQ(j["message"], "Moved 209 kB to the Trash");
+    EXPECT_FALSE(fs::exists(s.cache));
+}
+
+TEST(JunkCli, AutoCleanSwitchesRunsAndPreviews) {
+    JunkCli s;
+    auto r = s.run({"autoclean", "on", "--frequency", "monthly", "--downloads-days", "60"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output,
+              "Auto Clean: on, monthly\n"
+              "  Junk ticked by default: moved to the Trash\n"
+              "  Trash: left alone\n"
+              "  Downloads untouched for 60 days: moved to the Trash\n"
+              "Last run: never\n"
+              "Next run: 2026-10-21 14:13\n");
+    auto settings = s.settings();
+    EXPECT_TRUE(settings.boolean("autoClean.enabled"));
+    EXPECT_EQ(settings.number("autoClean.lastRun"), 1'790'000'000.0);
+    EXPECT_EQ(settings.integer("autoClean.downloadsDays"), 60);
+
+    r = s.run({"autoclean", "preview", "--json"});
+    ASSERT_EQ(r.status, 0);
+    EXPECT_EQ(nlohmann::json::parse(r.output)["junk"], 311'296);
+    EXPECT_TRUE(fs::exists(s.cache));
+
+    r = s.run({"autoclean", "run"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output, "Freed 311 kB\nEverything it moved is in History, ready to restore (brimstell history).\n");
+    EXPECT_FALSE(fs::exists(s.cache));
+    EXPECT_FALSE(fs::exists(s.dir / "outbox.jsonl")) << "asked for by hand: no notification";
+    EXPECT_EQ(s.run({"autoclean", "run"}).output, "Nothing to clean\n");
+
+    r = s.run({"autoclean", "off"});
+    EXPECT_EQ(r.output, "Auto Clean is off.\n");
+    EXPECT_FALSE(s.settings().boolean("autoClean.enabled"));
+}
+
+}  // namespace
