@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds Brimstell, lays out a sample sandbox Mac and runs the background
 # agent against it twice: the first run takes stock, the second finds a program that has since
-# been set to start with the Mac and alerts.
+# been set to start with the Mac and alerts. Last it lists the junk a clean would move.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -25,3 +25,5 @@ echo; echo "== notifications sent ($BRIMSTELL_OUTBOX)"
 cat "$BRIMSTELL_OUTBOX"
 echo; echo "== agent status"
 build/brimstell agent status
+echo; echo "== junk on that Mac (brimstell clean would move what is ticked; brimstell history puts it back)"
+build/brimstell junk

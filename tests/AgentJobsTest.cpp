@@ -13,16 +13,7 @@ using brimstell::AgentJob;
 using brimstell::AgentJobSet;
 using quorv::Value;
 
-double utc(int y, int mo, int d, int h = 0, int mi = 0, int s = 0) {
-    std::tm tm{};
-    tm.tm_year = y - 1900;
-    tm.tm_mon = mo - 1;
-    tm.tm_mday = d;
-    tm.tm_hour = h;
-    tm.tm_min = mi;
-    tm.tm_sec = s;
-    return static_cast<double>(timegm(&tm));
-}
+using testing_support::utc;
 
 // The three jobs that are on when nothing is set.
 const AgentJobSet optOut = {AgentJob::lowDisk, AgentJob::leftovers, AgentJob::loginItems};

@@ -25,15 +25,7 @@ using brimstell::AutoCleanSettings;
 using Frequency = brimstell::AutoCleanRules::Frequency;
 using quorv::Value;
 
-double utc(int y, int mo, int d, int h = 0, int mi = 0) {
-    std::tm tm{};
-    tm.tm_year = y - 1900;
-    tm.tm_mon = mo - 1;
-    tm.tm_mday = d;
-    tm.tm_hour = h;
-    tm.tm_min = mi;
-    return static_cast<double>(timegm(&tm));
-}
+using testing_support::utc;
 
 TEST(AutoCleanRules, FrequencyNames) {
     const struct {

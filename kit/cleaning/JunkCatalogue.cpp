@@ -1,6 +1,5 @@
 #include "kit/cleaning/JunkCatalogue.hpp"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +7,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "kit/cleaning/FolderListing.hpp"
 #include "support/posix/UniqueFd.hpp"
 
 namespace brimstell {
@@ -186,19 +186,9 @@ constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // The names in the folder that begin with prefix, in byte order, "." and ".." left out.
 std::vector<std::string> namesIn(int folderFd, std::string_view prefix) {
     std::vector<std::string> names;
-    const int fd = ::openat(folderFd, ".", kOpenFolder);
-    if (fd < 0) return names;
-    DIR* dir = ::fdopendir(fd);
-    if (!dir) {
-        ::close(fd);
-        return names;
+    for (auto& entry : FolderListing::list(folderFd)) {
+        if (entry.name.starts_with(prefix)) names.push_back(std::move(entry.name));
     }
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string_view name = entry->d_name;
-        if (name == "." || name == "..") continue;
-        if (name.starts_with(prefix)) names.emplace_back(name);
-    }
-    ::closedir(dir);
     std::sort(names.begin(), names.end());
     return names;
 }

@@ -61,6 +61,9 @@ struct RunResult {
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const std::map<std::string, std::string>& environment);
 
+// A UTC date and time as seconds since 1970.
+double utc(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
+
 std::string readText(const std::string& path);
 // The file's lines without their line feeds; none when it can't be read.
 std::vector<std::string> linesOf(const std::string& path);
