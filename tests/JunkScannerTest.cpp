@@ -264,6 +264,8 @@ TEST(JunkScanner, OldNodeModulesByAgeDepthLinksAndNames) {
         {"code/mono", 120, std::nullopt, {"code/mono/node_modules", "code/mono/packages/web/node_modules"}},
         {"Library/Projects/lib-app", 200, std::nullopt, {}},
         {".hidden/app", 200, std::nullopt, {}},
+        {"Dropbox (Work)/site", 200, std::nullopt, {}},  // synced: moving it would remove it everywhere
+        {"MEGA/app", 200, std::nullopt, {}},
         {"a/b/c/d/e/f/g/h/i/j/too-deep", 200, std::nullopt, {}},
         {"a/b/c/d/e/f/g/h/i/deep-enough", 200, std::nullopt, {"a/b/c/d/e/f/g/h/i/deep-enough/node_modules"}},
         {"code/we\nird \xfe", 200, std::nullopt, {"code/we\nird \xfe/node_modules"}},

@@ -7,6 +7,7 @@
 #include "kit/cleaning/FolderListing.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/files/FS.hpp"
+#include "shared/helper/HelperFiles.hpp"
 
 namespace brimstell {
 
@@ -16,6 +17,12 @@ constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 double mtimeOf(const struct stat& st) {
     return static_cast<double>(st.st_mtim.tv_sec) + static_cast<double>(st.st_mtim.tv_nsec) / 1e9;
+}
+
+// A folder of the home that a cloud client syncs (Dropbox, MEGA, Box…), by the names the root
+// helper protects: moving a node_modules out of one would remove it on every device.
+bool isSyncFolderName(const std::string& name) {
+    return HelperFiles::isInSyncedFolder("/Users/account/" + name);
 }
 
 bool isNodeModules(const FolderEntry& entry) {
@@ -42,7 +49,7 @@ public:
         if (depth >= NodeModules::searchDepth) return;
         for (const auto& entry : folders) {
             if (entry.name.starts_with('.') || entry.st.st_dev != device_ || isNodeModules(entry)) continue;
-            if (depth == 0 && entry.name == "Library") continue;
+            if (depth == 0 && (entry.name == "Library" || isSyncFolderName(entry.name))) continue;
             const std::string below = path + "/" + entry.name;
             if (FS::isCloudSynced(below)) continue;
             quorv::UniqueFd child(::openat(fd, entry.name.c_str(), kOpenFolder));

@@ -46,6 +46,10 @@ public:
 
     // True when the helper must not touch the path (case-insensitive rules on the Mac path).
     static bool isProtected(std::string_view path);
+    // True for a system path inside (or equal to) a folder a cloud client syncs: an account's
+    // Library/CloudStorage or Mobile Documents, or a home folder such as Dropbox, OneDrive, MEGA,
+    // Google Drive, pCloud Drive, Box or Sync. Any case.
+    static bool isInSyncedFolder(std::string_view systemPath);
 
     // The file jobs. Each returns the reply: one line per entry, in input order.
     //   trash:      "OK\t<path>\t<new path in the Trash>\n" or "FAIL\t<path>\n"

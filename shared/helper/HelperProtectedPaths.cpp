@@ -40,6 +40,14 @@ std::string lowered(std::string_view path) {
 
 }  // namespace
 
+bool HelperFiles::isInSyncedFolder(std::string_view systemPath) {
+    const std::string path = lowered(systemPath);
+    for (auto pattern : cloudFolders) {
+        if (globMatch(pattern, path)) return true;
+    }
+    return false;
+}
+
 bool HelperFiles::isProtected(std::string_view original) {
     const std::string path = lowered(original);
     if (path.empty() || path.front() != '/') return true;
@@ -52,9 +60,7 @@ bool HelperFiles::isProtected(std::string_view original) {
     }
     // Cloud clients' own caches are not synced and may be cleaned.
     if (path.ends_with("/.dropbox.cache") || path.ends_with("/.debris")) return false;
-    for (auto pattern : cloudFolders) {
-        if (globMatch(pattern, path)) return true;
-    }
+    if (isInSyncedFolder(path)) return true;
     // An application bundle directly in /Applications.
     if (globMatch("/applications/?*.app", path) && !globMatch("/applications/*/*", path)) return false;
     // At least three components: /Users/ann, /Library/Caches and the like are never touched.
