@@ -354,6 +354,20 @@ TEST(JunkScanner, BackupLabelsFromInfoPlist) {
     EXPECT_EQ(locationsAndLabels(categories), expected);
 }
 
+// A real backup's binary Info.plist, as a Mac writes it.
+TEST(JunkScanner, BackupLabelFromARealInfoPlist) {
+    const std::string fixture = std::string(BRIMSTELL_SHARED_DIR) + "/fixtures/real/ios_backup_plist/mvt_ios_backup_Info_binary.plist";
+    if (!std::filesystem::exists(fixture)) GTEST_SKIP() << "the real fixtures are not beside the checkout: " << fixture;
+    Home h;
+    const std::string backup = "Library/Application Support/MobileSync/Backup/00008030-real";
+    h.folder(backup);
+    std::filesystem::copy_file(fixture, h.at(backup + "/Info.plist"));
+    const auto categories = JunkScanner::iosBackups(h.home);
+    ASSERT_EQ(categories.size(), 1u);
+    EXPECT_EQ(locationsAndLabels(categories),
+              (std::vector<std::pair<std::string, std::string>>{{h.at(backup), "iPhone · 2021-12-03"}}));
+}
+
 TEST(JunkScanner, MissingOrEmptyHomeFindsNothing) {
     Home h;
     for (const std::string& home : std::vector<std::string>{h.at("no-such-folder"), std::string(), h.home}) {
