@@ -53,15 +53,8 @@ private:
     bool holding_ = false;
 };
 
-// Whether another process could take the lock now: flock(1) when the machine has it, else a child.
-bool freeForAnotherProcess(const std::string& path) {
-    if (const auto flock = testing_support::findTool("flock")) {
-        const auto r = testing_support::runProgram(*flock, {"-n", "-E", "7", path, "true"}, {});
-        return r.status == 0;
-    }
-    LockHolder probe(path);
-    return probe.holding();
-}
+// Whether another process could take the lock now.
+bool freeForAnotherProcess(const std::string& path) { return LockHolder(path).holding(); }
 
 mode_t modeOf(const std::string& path) {
     struct stat st{};
@@ -97,7 +90,6 @@ TEST(ProcessLock, HeldOnceWithinAProcessAndAcrossAMove) {
 
     std::optional<ProcessLock> moved(std::move(*first));
     first.reset();  // the moved-from lock owns nothing and unlocks nothing
-    EXPECT_FALSE(ProcessLock::take(path).has_value());
     EXPECT_FALSE(freeForAnotherProcess(path));
     moved.reset();
     EXPECT_TRUE(freeForAnotherProcess(path));
@@ -124,18 +116,9 @@ TEST(ProcessLock, RefusesWhatIsNotAPlainFileOfItsOwn) {
     ASSERT_EQ(::symlink((dir / "nothing").c_str(), (dir / "dangling").c_str()), 0);
     testing_support::makeFolders(dir / "folder");
     ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
-
-    const struct {
-        const char* name;
-        std::string path;
-    } cases[] = {
-        {"a link to a file", dir / "to-file"},
-        {"a dangling link", dir / "dangling"},
-        {"a folder", dir / "folder"},
-        {"a FIFO", dir / "fifo"},
-        {"nothing at all", ""},
-    };
-    for (const auto& c : cases) EXPECT_FALSE(ProcessLock::take(c.path).has_value()) << c.name;
+    for (const std::string& path : {dir / "to-file", dir / "dangling", dir / "folder", dir / "fifo", std::string()}) {
+        EXPECT_FALSE(ProcessLock::take(path).has_value()) << path;
+    }
     EXPECT_EQ(testing_support::readText(dir / "target"), "keep");
     EXPECT_FALSE(testing_support::exists(dir / "nothing")) << "the link's target was created";
     EXPECT_TRUE(freeForAnotherProcess(dir / "target"));
