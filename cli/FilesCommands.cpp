@@ -394,14 +394,8 @@ void emptyTrashBin(int days, bool yes, bool json, int& exitCode) {
         }
         return;
     }
-    const auto go = confirmed(fmt::format("Delete {} ({}) for good?", itemsText(old.size()), quorv::formatSize(size)), yes);
-    if (!go) {
-        error(fmt::format("not deleting {} for good without --yes: there is no terminal to ask on", itemsText(old.size())));
-        exitCode = 2;
-        return;
-    }
-    if (!*go) {
-        fmt::print("Nothing deleted.\n");
+    if (!goAhead(fmt::format("Delete {} ({}) for good?", itemsText(old.size()), quorv::formatSize(size)), yes,
+                 "deleting " + itemsText(old.size()) + " for good", "Nothing deleted.", exitCode)) {
         return;
     }
     std::vector<std::string> locations;

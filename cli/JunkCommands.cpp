@@ -163,15 +163,8 @@ void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes,
         return;
     }
     if (!json) printCategories(ticked, false);
-    const auto go = confirmed(
-        fmt::format("Move {} ({}) to the Trash?", itemsText(items.size()), quorv::formatSize(model.total)), yes);
-    if (!go) {
-        error(fmt::format("not moving {} without --yes: there is no terminal to ask on", itemsText(items.size())));
-        exitCode = 2;
-        return;
-    }
-    if (!*go) {
-        fmt::print("Nothing moved.\n");
+    if (!goAhead(fmt::format("Move {} ({}) to the Trash?", itemsText(items.size()), quorv::formatSize(model.total)), yes,
+                 "moving " + itemsText(items.size()), "Nothing moved.", exitCode)) {
         return;
     }
     brimstell::JunkCleanResult result;

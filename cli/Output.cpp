@@ -110,4 +110,15 @@ std::optional<bool> confirmed(const std::string& question, bool yes) {
     return answer == "y" || answer == "Y" || answer == "yes" || answer == "Yes";
 }
 
+bool goAhead(const std::string& question, bool yes, const std::string& doing, const std::string& declined, int& exitCode) {
+    const auto go = confirmed(question, yes);
+    if (!go) {
+        error("not " + doing + " without --yes: there is no terminal to ask on");
+        exitCode = 2;
+        return false;
+    }
+    if (!*go) fmt::print("{}\n", declined);
+    return *go;
+}
+
 }  // namespace cli

@@ -35,5 +35,9 @@ void putPath(Json& object, const std::string& key, const std::string& path);
 std::string itemsText(std::size_t n);
 // Whether to go ahead: yes given, or a "y" typed at the terminal. nullopt: there is no one to ask.
 std::optional<bool> confirmed(const std::string& question, bool yes);
+// The same, saying what became of it: with no terminal to ask on, "not " + doing + " without --yes:
+// there is no terminal to ask on" on standard error and exit status 2; a "no" prints declined.
+// True to go ahead.
+bool goAhead(const std::string& question, bool yes, const std::string& doing, const std::string& declined, int& exitCode);
 
 }  // namespace cli
