@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <optional>
 #include <set>
@@ -20,7 +21,9 @@
 #include <vector>
 
 #include "kit/cleaning/JunkScanner.hpp"
+#include "kit/files/FS.hpp"
 #include "support/TestSupport.hpp"
+#include "support/TrashTestSupport.hpp"
 #include "support/plist/Plist.hpp"
 
 namespace {
@@ -376,6 +379,27 @@ TEST(JunkScanner, MissingOrEmptyHomeFindsNothing) {
         EXPECT_TRUE(JunkScanner::scan(home, [&](int, int) { ++calls; }).empty());
         EXPECT_EQ(calls, 8);
     }
+}
+
+}  // namespace
+
+namespace {
+
+// On Linux the Trash category lists the desktop's Trash, where the user's Trash really is.
+TEST(JunkScannerLinux, TrashComesFromTheDesktopTrash) {
+    testing_support::LinuxTrashHost h;
+    quorv::HostScope scope(h.host);
+    const std::string file = h.home + "/Documents/report.pdf";
+    std::filesystem::create_directories(h.home + "/Documents");
+    std::ofstream(file) << "old";
+    ASSERT_EQ(brimstell::FS::trash(std::vector<std::string>{file}).moved.size(), 1u);
+
+    const auto categories = brimstell::JunkScanner::userFolders(h.home);
+    ASSERT_EQ(categories.size(), 1u);
+    EXPECT_EQ(categories[0].name, "Trash");
+    ASSERT_EQ(categories[0].items.size(), 1u);
+    EXPECT_EQ(categories[0].items[0].location, h.trash + "/files/report.pdf");
+    EXPECT_EQ(categories[0].items[0].label, "report.pdf");
 }
 
 }  // namespace

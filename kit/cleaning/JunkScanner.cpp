@@ -11,6 +11,7 @@
 #include "kit/files/FS.hpp"
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
+#include "support/host/TrashBackend.hpp"
 #include "support/plist/Plist.hpp"
 #include "support/text/Uuid.hpp"
 
@@ -228,7 +229,17 @@ std::vector<JunkCategory> JunkScanner::userFolders(const std::string& homeLocati
     addEntries(found, homeFd.get(), home, JunkCatalogue::logsFolder, junk::logs, any);
     addEntries(found, homeFd.get(), home, JunkCatalogue::downloadsFolder, junk::installers,
                [](const FolderEntry& e) { return JunkCatalogue::isInstaller(e.name); });
-    addEntries(found, homeFd.get(), home, JunkCatalogue::trashFolder, junk::trash, any);
+    // The Trash as the host's backend keeps it (the freedesktop.org one on Linux, ~/.Trash on a
+    // Mac), when the home is the user's own; another home's .Trash folder as it stands.
+    const auto& backend = quorv::host().trash;
+    if (backend && home == trimmed(FS::home())) {
+        for (const auto& item : backend->list()) {
+            const std::string& named = item.originalPath ? *item.originalPath : item.location;
+            found.add(junk::trash, makeItem(item.location, named.substr(named.rfind('/') + 1)));
+        }
+    } else {
+        addEntries(found, homeFd.get(), home, JunkCatalogue::trashFolder, junk::trash, any);
+    }
     return found.categories();
 }
 
