@@ -46,19 +46,9 @@ std::string unitFileState(sd_bus* bus) { return systemd::unitFileState(bus, Syst
 
 std::string unitPath(const char* unit) { return SystemdAgentService::unitFolder() + "/" + unit; }
 
-// Present in any form: a mask is a link to /dev/null in place of our file, and still ours.
-bool exists(const std::string& path) {
-    struct stat st{};
-    return ::fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
-}
+bool exists(const std::string& path) { return systemd::unitFilePresent(path); }
 
-bool removeFile(const std::string& path, std::string& error) {
-    if (::unlink(path.c_str()) == 0 || errno == ENOENT) return true;
-    const int cause = errno;
-    if (!error.empty()) error += " ";
-    error += fmt::format("Could not remove {}: {}.", path, std::strerror(cause));
-    return false;
-}
+bool removeFile(const std::string& path, std::string& error) { return systemd::removeUnitFile(path, error); }
 
 // Best effort: leaves the user manager as if we had never registered.
 void takeBack(sd_bus* bus) {

@@ -26,19 +26,10 @@ namespace {
 constexpr std::string_view manager = "system manager";
 constexpr const char* needsRoot = "Installing the helper needs root: sudo brimstell helper install";
 
-bool exists(const std::string& path) {
-    struct stat st {};
-    return ::fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
-}
+bool exists(const std::string& path) { return systemd::unitFilePresent(path); }
 
 bool removeFile(const std::string& path, std::string& error) {
-    if (::unlink(path.c_str()) == 0 || errno == ENOENT) return true;
-    const int cause = errno;
-    if (!error.empty()) error += " ";
-    error += cause == EACCES || cause == EPERM || cause == EROFS
-                 ? std::string("Removing the helper needs root: sudo brimstell helper uninstall")
-                 : fmt::format("Could not remove {}: {}.", path, std::strerror(cause));
-    return false;
+    return systemd::removeUnitFile(path, error, "Removing the helper needs root: sudo brimstell helper uninstall");
 }
 
 }  // namespace

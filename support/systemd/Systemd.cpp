@@ -5,6 +5,11 @@
 #include "support/host/Host.hpp"
 #include "support/text/Utf8.hpp"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
@@ -143,6 +148,20 @@ bool runnableBySystemd(const std::string& path) {
         if (c < 0x20 || c == 0x7F || ch == '"' || ch == '\'' || ch == '\\') return false;
     }
     return true;
+}
+
+bool unitFilePresent(const std::string& path) {
+    struct stat st {};
+    return ::fstatat(AT_FDCWD, path.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+bool removeUnitFile(const std::string& path, std::string& error, const char* rootHint) {
+    if (::unlink(path.c_str()) == 0 || errno == ENOENT) return true;
+    const int cause = errno;
+    if (!error.empty()) error += " ";
+    const bool rights = cause == EACCES || cause == EPERM || cause == EROFS;
+    error += rootHint && rights ? std::string(rootHint) : "Could not remove " + path + ": " + std::strerror(cause) + ".";
+    return false;
 }
 
 }  // namespace quorv::systemd

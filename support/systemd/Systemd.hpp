@@ -90,6 +90,13 @@ std::string execWord(const std::string& path);
 // systemd refuses an executable whose path holds a quote, a backslash or a control character.
 bool runnableBySystemd(const std::string& path);
 
+// Whether a unit file is there in any form, a final link not followed: a mask is a link to
+// /dev/null in place of the file, and still counts.
+bool unitFilePresent(const std::string& path);
+// Removes a unit file; true when it is gone, or never was. A failure adds a sentence to error:
+// rootHint when given and the cause is missing rights, else "Could not remove <path>: <reason>."
+bool removeUnitFile(const std::string& path, std::string& error, const char* rootHint = nullptr);
+
 }  // namespace quorv::systemd
 
 #endif  // __APPLE__
