@@ -125,20 +125,14 @@ void addAgentCommands(CLI::App& app, int& exitCode) {
         exitCode = 0;
     });
 
-    auto* status = agent->add_subcommand("status", "Show the switch, the registration, what is due and what is latched");
     static bool statusJson = false;
-    status->add_flag("--json", statusJson, "Print as JSON");
-    status->callback([] { printStatus(statusJson); });
+    jsonCommand(agent, "status", "Show the switch, the registration, what is due and what is latched", statusJson)->callback([] { printStatus(statusJson); });
 
-    auto* on = agent->add_subcommand("on", "Turn the background checks on and register the agent");
     static bool onJson = false;
-    on->add_flag("--json", onJson, "Print as JSON");
-    on->callback([] { switchTo(true, onJson); });
+    jsonCommand(agent, "on", "Turn the background checks on and register the agent", onJson)->callback([] { switchTo(true, onJson); });
 
-    auto* off = agent->add_subcommand("off", "Turn the background checks off and unregister the agent");
     static bool offJson = false;
-    off->add_flag("--json", offJson, "Print as JSON");
-    off->callback([] { switchTo(false, offJson); });
+    jsonCommand(agent, "off", "Turn the background checks off and unregister the agent", offJson)->callback([] { switchTo(false, offJson); });
 }
 
 }  // namespace cli

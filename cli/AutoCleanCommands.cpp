@@ -125,11 +125,7 @@ void addAutoCleanCommands(CLI::App& app, int& exitCode) {
     group->require_subcommand(1);
     // --json goes with the group or with any of its commands.
     group->add_flag("--json", json, "Print as JSON");
-    const auto sub = [group](const char* name, const char* description) {
-        auto* command = group->add_subcommand(name, description);
-        command->add_flag("--json", json, "Print as JSON");
-        return command;
-    };
+    const auto sub = [group](const char* name, const char* description) { return jsonCommand(group, name, description, json); };
 
     sub("status", "Show the rules, the last run and the next")->callback([] { printStatus(json); });
 

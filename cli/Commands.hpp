@@ -1,8 +1,17 @@
 #pragma once
 
+#include <string>
+
 #include <CLI/CLI.hpp>
 
 namespace cli {
+
+// A command of parent with a --json flag that sets json.
+inline CLI::App* jsonCommand(CLI::App* parent, const std::string& name, const std::string& description, bool& json) {
+    auto* command = parent->add_subcommand(name, description);
+    command->add_flag("--json", json, "Print as JSON");
+    return command;
+}
 
 // Each group adds its sub-commands; a command's exit status goes into exitCode.
 void addAgentCommands(CLI::App& app, int& exitCode);

@@ -74,10 +74,9 @@ void addHelperCommands(CLI::App& app, int& exitCode) {
     auto* helper = app.add_subcommand("helper", "The root helper that moves and measures what your own account can't");
     helper->require_subcommand(1);
 
-    auto* status = helper->add_subcommand("status", "Show the helper's registration, whether it answers, and its version");
     static bool statusJson = false;
-    status->add_flag("--json", statusJson, "Print as JSON");
-    status->callback([] { printStatus(statusJson); });
+    jsonCommand(helper, "status", "Show the helper's registration, whether it answers, and its version", statusJson)
+        ->callback([] { printStatus(statusJson); });
 
     auto* install = helper->add_subcommand(
         "install", "Register the helper with the system (on Linux: systemd units in /etc/systemd/system; needs root)");
