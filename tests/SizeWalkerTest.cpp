@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -325,6 +326,35 @@ TEST(SizeWalker, TenThousandLevelsDeep) {
     EXPECT_EQ(r.files, 10);
     EXPECT_EQ(r.unreadable, 0);
     removeChain(t / "top");
+}
+
+// Measuring a folder doesn't make it look used: Auto Clean's Downloads rule goes by access times.
+TEST(SizeWalker, LeavesFoldersAccessTimesAlone) {
+    TempTree t;
+    makeFolders(t / "top/inner");
+    writeFile(t / "top/inner/f", 5000);
+    const timespec old[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};  // 2001, long before the change time
+    auto age = [&] {
+        for (const char* rel : {"top", "top/inner"}) ::utimensat(AT_FDCWD, (t / rel).c_str(), old, AT_SYMLINK_NOFOLLOW);
+    };
+    auto accessed = [&](const char* rel) {
+        struct stat st{};
+        ::stat((t / rel).c_str(), &st);
+        return st.st_atim.tv_sec;
+    };
+    // Does this file system record reading a folder at all?
+    age();
+    if (DIR* d = ::opendir((t / "top/inner").c_str())) {
+        while (::readdir(d)) {
+        }
+        ::closedir(d);
+    }
+    if (accessed("top/inner") == old[0].tv_sec) GTEST_SKIP() << "this file system does not record folder reads (noatime)";
+
+    age();
+    EXPECT_GT(SizeWalker::walk(t / "top").bytes, 0);
+    EXPECT_EQ(accessed("top"), old[0].tv_sec);
+    EXPECT_EQ(accessed("top/inner"), old[0].tv_sec);
 }
 
 TEST(SizeWalker, UnreadableFolderCountsItsOwnBlocksOnly) {

@@ -66,6 +66,18 @@ namespace {
 #endif
 
 constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+// Opens a folder to read without marking it used: measuring a folder must not make it look
+// recently opened to the rules that clean what nobody touched. The kernel allows that only to the
+// owner (or root); for anyone else's folder the plain open is the only one there is.
+int openToRead(int at, const char* name) {
+#ifdef O_NOATIME
+    const int fd = ::openat(at, name, kOpenFolder | O_NOATIME);
+    if (fd >= 0 || errno != EPERM) return fd;
+#endif
+    return ::openat(at, name, kOpenFolder);
+}
+
 constexpr int kStatFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr std::size_t kListBuffer = 64 * 1024;
 
@@ -434,8 +446,8 @@ int Walk::openFolder(const Node& node, const Held* parentFd) {
         errno = ENOENT;  // replaced since it was found: as good as gone
         return -1;
     };
-    if (!node.parent) return check(::open(node.name.c_str(), kOpenFolder), node.id);
-    if (parentFd) return check(::openat(parentFd->fd, node.name.c_str(), kOpenFolder), node.id);
+    if (!node.parent) return check(openToRead(AT_FDCWD, node.name.c_str()), node.id);
+    if (parentFd) return check(openToRead(parentFd->fd, node.name.c_str()), node.id);
 
     // The parent was closed: open again from the nearest ancestor that is still open.
     std::vector<const Node*> chain{&node};
@@ -451,7 +463,7 @@ int Walk::openFolder(const Node& node, const Held* parentFd) {
     int fd = base->fd;
     bool owned = false;
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
-        const int next = check(::openat(fd, (*it)->name.c_str(), kOpenFolder), (*it)->id);
+        const int next = check(openToRead(fd, (*it)->name.c_str()), (*it)->id);
         if (owned) {
             const int saved = errno;
             ::close(fd);
