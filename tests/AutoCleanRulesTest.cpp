@@ -170,10 +170,10 @@ struct AgeFolder {
     }
     // Sets access and modification times of the entry itself, never through a link.
     static void times(const std::string& path, double accessed, double modified) {
-        auto spec = [](double t) {
+        auto stamp = [](double t) {
             return timespec{static_cast<time_t>(std::floor(t)), std::lround((t - std::floor(t)) * 1e9)};
         };
-        const timespec both[2] = {spec(accessed), spec(modified)};
+        const timespec both[2] = {stamp(accessed), stamp(modified)};
         ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), both, AT_SYMLINK_NOFOLLOW), 0) << path;
     }
     std::vector<std::string> old(bool untouched) const {
