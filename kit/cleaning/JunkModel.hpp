@@ -54,7 +54,8 @@ public:
     int progressTotal = 0;
     std::int64_t total = 0;              // the ticked items of the ticked categories
 
-    // Called after every change of the state above, on the thread that drives the model.
+    // Called after every change of the state above: on the thread that drives the model, except the
+    // scan's progress, which comes from the background pool while that thread waits for the scan.
     std::function<void(const JunkModel&)> onChange;
 
     // Scans the home folder, then (when the helper is on) the system folders; keeps earlier ticks.
