@@ -37,6 +37,13 @@ Originals originals() {
     return out;
 }
 
+// The sentence the current host's Trash refuses path with.
+std::string refused(const std::string& path) {
+    std::string error;
+    EXPECT_EQ(quorv::host().trash->moveToTrash(path, error), std::nullopt) << path;
+    return error;
+}
+
 // Makes the folders above path, then writes it.
 void writeWithFolders(const std::string& path, const std::string& content = "") {
     makeFolders(path.substr(0, path.rfind('/')));
@@ -45,23 +52,7 @@ void writeWithFolders(const std::string& path, const std::string& content = "") 
 
 // ---- the texts a freedesktop.org Trash keeps
 
-TEST(TrashInfoText, PercentEncodingKeepsEveryByte) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"/home/ann/plain-name_1.0~x", "/home/ann/plain-name_1.0~x"},
-        {"/a b/line\nfeed\ttab", "/a%20b/line%0Afeed%09tab"},
-        {"/100%.txt", "/100%25.txt"},
-        {"/bad\xff\xfe", "/bad%FF%FE"},
-        {"/Grüße", "/Gr%C3%BC%C3%9Fe"},
-        {"/[x]=y;#?&+", "/%5Bx%5D%3Dy%3B%23%3F%26%2B"},
-    };
-    for (const auto& [raw, encoded] : cases) {
-        EXPECT_EQ(TrashInfo::percentEncode(raw), encoded);
-        EXPECT_EQ(TrashInfo::percentDecode(encoded), raw);
-    }
-    for (const char* bad : {"/a%2", "/a%zz", "/a%"}) EXPECT_EQ(TrashInfo::percentDecode(bad), std::nullopt) << bad;
-    EXPECT_EQ(TrashInfo::percentDecode("/a%e2%82%ac"), "/a€");
-}
-
+// Encoding is checked end to end by the round trips below; these are what other tools may write.
 TEST(TrashInfoText, ParsesWhatTrashToolsWrite) {
     quorv::Calendar utc;
     utc.utc = true;
@@ -80,18 +71,15 @@ TEST(TrashInfoText, ParsesWhatTrashToolsWrite) {
         {"[Trash Info]\nPath=/a\nDeletionDate=2026-09-21T14:13:20+02:00\n", "/a", std::nullopt},
         {"[Trash Info]\nPath=\nDeletionDate=yesterday\n", std::nullopt, std::nullopt},
         {"\xff\xfe garbage \n\n", std::nullopt, std::nullopt},
+        {"[Trash Info]\nPath=/a%e2%82%ac\n", "/a€", std::nullopt},  // lower-case escapes
+        {"[Trash Info]\nPath=/a%2\n", std::nullopt, std::nullopt},
+        {"[Trash Info]\nPath=/a%\n", std::nullopt, std::nullopt},
     };
     for (const auto& c : cases) {
         const TrashInfo info = TrashInfo::parse(c.text, utc);
         EXPECT_EQ(info.path, c.path) << c.text;
         EXPECT_EQ(info.deletionDate, c.date) << c.text;
     }
-    // Written and read as the local wall clock, with no zone.
-    TimeZoneScope zone(kolkata);
-    quorv::Calendar local;
-    EXPECT_EQ(TrashInfo::format("/home/ann/a b", now, local),
-              "[Trash Info]\nPath=/home/ann/a%20b\nDeletionDate=2026-09-21T19:43:20\n");
-    EXPECT_EQ(TrashInfo::parseDate("2026-09-21T19:43:20", local), now);
 }
 
 // ---- names in a Trash
@@ -106,22 +94,13 @@ TEST(TrashNamesTest, NumberedAndCutToFit) {
         int n;
         std::string expected;
     } cases[] = {
-        {false, "rep.tar.gz", 1, "rep.tar.gz"},
-        {false, "rep.tar.gz", 2, "rep.2.tar.gz"},
-        {false, "notes", 2, "notes.2"},
-        {false, ".bashrc", 2, ".bashrc.2"},
+        {false, "rep.tar.gz", 2, "rep.2.tar.gz"}, {false, "notes", 2, "notes.2"}, {false, ".bashrc", 2, ".bashrc.2"},
         {false, a255, 1, std::string(245, 'a')},
         {false, a255, 2, std::string(243, 'a') + ".2"},
-        {false, x255, 1, std::string(241, 'x') + ".txt"},
         {false, x255, 12, std::string(238, 'x') + ".12.txt"},
         {false, umlauts + "b", 1, umlauts.substr(0, 244)},  // 122 whole "ä", never half of one
         {false, e252, 2, e252.substr(0, 243) + ".2"},
-        {true, "report.pdf", 1, "report.pdf"},
-        {true, "report.pdf", 2, "report 14.05.31.pdf"},
-        {true, "report.pdf", 3, "report 14.05.31 2.pdf"},
-        {true, "Photos", 2, "Photos 14.05.31"},
-        {true, "archive.tar.gz", 2, "archive.tar 14.05.31.gz"},
-        {true, ".profile", 2, ".profile 14.05.31"},
+        {true, "archive.tar.gz", 2, "archive.tar 14.05.31.gz"}, {true, ".profile", 2, ".profile 14.05.31"},
         {true, "trailing.", 2, "trailing. 14.05.31"},
         {true, a255, 2, std::string(246, 'a') + " 14.05.31"},
     };
@@ -134,15 +113,7 @@ TEST(TrashNamesTest, NumberedAndCutToFit) {
 
 // ---- the freedesktop.org Trash
 
-class FreedesktopTrashTest : public LinuxTrashTest {
-protected:
-    static std::string refused(const std::string& path) {
-        std::string error;
-        EXPECT_EQ(quorv::host().trash->moveToTrash(path, error), std::nullopt);
-        return error;
-    }
-    std::string info(const std::string& name) const { return readText(env.trash + "/info/" + name + ".trashinfo"); }
-};
+using FreedesktopTrashTest = LinuxTrashTest;
 
 TEST_F(FreedesktopTrashTest, HostileNamesSurviveTheRoundTrip) {
     const std::pair<std::string, std::string> names[] = {  // the name and its .trashinfo's Path
@@ -150,6 +121,7 @@ TEST_F(FreedesktopTrashTest, HostileNamesSurviveTheRoundTrip) {
         {"tab\there", "tab%09here"},          {"100%.txt", "100%25.txt"},
         {"not utf8 \xff\xfe", "not%20utf8%20%FF%FE"}, {"Grüße", "Gr%C3%BC%C3%9Fe"},
         {"a\\b", "a%5Cb"},                   {" leading space", "%20leading%20space"},
+        {"[x]=y;#?&+", "%5Bx%5D%3Dy%3B%23%3F%26%2B"},
     };
     Originals want;
     for (const auto& [name, encoded] : names) {
@@ -158,7 +130,7 @@ TEST_F(FreedesktopTrashTest, HostileNamesSurviveTheRoundTrip) {
         ASSERT_EQ(location, env.trash + "/files/" + name);
         EXPECT_FALSE(exists(original));
         EXPECT_EQ(readText(*location), name);
-        EXPECT_EQ(info(name), "[Trash Info]\nPath=" + TrashInfo::percentEncode(env.base) + "/docs/" + encoded +
+        EXPECT_EQ(readText(env.trash + "/info/" + name + ".trashinfo"), "[Trash Info]\nPath=" + TrashInfo::percentEncode(env.base) + "/docs/" + encoded +
                                   "\nDeletionDate=2026-09-21T19:43:20\n");
         EXPECT_TRUE(quorv::host().trash->isInTrash(*location));
         want[*location] = original;
@@ -167,7 +139,7 @@ TEST_F(FreedesktopTrashTest, HostileNamesSurviveTheRoundTrip) {
     for (const auto& i : listed()) EXPECT_EQ(i.dateAdded, now) << i.location;
 }
 
-TEST_F(FreedesktopTrashTest, LongNamesLeaveRoomForTheInfoName) {
+TEST_F(FreedesktopTrashTest, ClashesAreNumberedLongNamesCutAndTheInfoClaimedExclusively) {
     const std::string longName = std::string(251, 'x') + ".txt";  // 255 bytes
     const std::string first = env.trash + "/files/" + std::string(241, 'x') + ".txt";
     const std::string second = env.trash + "/files/" + std::string(239, 'x') + ".2.txt";
@@ -175,9 +147,7 @@ TEST_F(FreedesktopTrashTest, LongNamesLeaveRoomForTheInfoName) {
     EXPECT_EQ(trash(item("b", longName)), second);
     EXPECT_TRUE(exists(env.trash + "/info/" + std::string(241, 'x') + ".txt.trashinfo"));
     EXPECT_EQ(originals(), (Originals{{first, env.base + "/a/" + longName}, {second, env.base + "/b/" + longName}}));
-}
 
-TEST_F(FreedesktopTrashTest, ClashesAreNumberedAndTheInfoIsClaimedExclusively) {
     // A .trashinfo nobody wrote for us already holds "a.txt"; a stray item holds "b.txt".
     writeWithFolders(env.trash + "/info/a.txt.trashinfo", "keep me");
     writeWithFolders(env.trash + "/files/b.txt", "stray");
@@ -219,14 +189,10 @@ TEST_F(FreedesktopTrashTest, RefusesWithASentence) {
     trash(item("x", "in.txt"));
     makeFolders(env.base + "/x/.local");
     const std::pair<std::string, const char*> cases[] = {
-        {env.base + "/x/missing", "It no longer exists."},
-        {env.base + "/nofolder/missing", "It no longer exists."},
-        {env.trash, "It is already in the Trash."},
-        {env.trash + "/files/in.txt", "It is already in the Trash."},
-        {env.home + "/.local/share", "The Trash is inside it."},
-        {env.home, "The Trash is inside it."},
-        {"relative/path", "It couldn't be moved to the Trash."},
-        {"/", "It couldn't be moved to the Trash."},
+        {env.base + "/x/missing", "It no longer exists."}, {env.base + "/nofolder/missing", "It no longer exists."},
+        {env.trash, "It is already in the Trash."},       {env.trash + "/files/in.txt", "It is already in the Trash."},
+        {env.home + "/.local/share", "The Trash is inside it."}, {env.home, "The Trash is inside it."},
+        {"relative/path", "It couldn't be moved to the Trash."}, {"/", "It couldn't be moved to the Trash."},
         {env.base + "/x/..", "It couldn't be moved to the Trash."},
     };
     for (const auto& [path, sentence] : cases) EXPECT_EQ(refused(path), sentence) << path;
@@ -345,18 +311,12 @@ TEST_F(FreedesktopTrashTest, ForgetRestoredDropsOnlyWhatLeft) {
 
 TEST_F(FreedesktopTrashTest, KnowsItsTrashFolders) {
     const std::pair<std::string, bool> cases[] = {
-        {env.trash + "/files/x", true},
-        {env.trash + "/files/x/", true},
-        {env.trash + "/files/x/inner", false},
-        {env.trash + "/info/x.trashinfo", false},
-        {env.trash + "/files", false},
-        {"/media/usb/.Trash-0/files/x", true},
-        {"/media/usb/.Trash/0/files/x", true},
-        {"/media/usb/.Trash-1000/files/x", false},
-        {"/media/usb/.Trash/1000/files/x", false},
-        {"/media/usb/Trash/files/x", false},
-        {"/home/other/.local/share/Trash/files/x", false},
-        {"files/x", false},
+        {env.trash + "/files/x", true},           {env.trash + "/files/x/", true},
+        {env.trash + "/files/x/inner", false},   {env.trash + "/info/x.trashinfo", false},
+        {env.trash + "/files", false},           {"/media/usb/.Trash-0/files/x", true},
+        {"/media/usb/.Trash/0/files/x", true},   {"/media/usb/.Trash-1000/files/x", false},
+        {"/media/usb/.Trash/1000/files/x", false}, {"/media/usb/Trash/files/x", false},
+        {"/home/other/.local/share/Trash/files/x", false}, {"files/x", false},
     };
     for (const auto& [location, inTrash] : cases) EXPECT_EQ(quorv::host().trash->isInTrash(location), inTrash) << location;
 }
@@ -366,12 +326,10 @@ TEST_F(FreedesktopTrashTest, OtherDisksUseTheirOwnTrashOrRefuse) {
     TmpfsMount mount(vol);
     if (!mount.mounted()) GTEST_SKIP() << "mounting a tmpfs is not allowed here";
     env.mounts({"/vol"}, "tmpfs");
-    auto& bin = *quorv::host().trash;
-    std::string error;
 
     // No .Trash: a .Trash-$uid of our own, made 0700, Path relative to the volume's top.
     writeWithFolders(vol + "/sub/doc.txt", "doc");
-    EXPECT_EQ(bin.moveToTrash(vol + "/sub/doc.txt", error), vol + "/.Trash-0/files/doc.txt") << error;
+    EXPECT_EQ(trash(vol + "/sub/doc.txt"), vol + "/.Trash-0/files/doc.txt");
     EXPECT_EQ(readText(vol + "/.Trash-0/info/doc.txt.trashinfo"),
               "[Trash Info]\nPath=sub/doc.txt\nDeletionDate=2026-09-21T19:43:20\n");
     struct stat st{};
@@ -385,7 +343,7 @@ TEST_F(FreedesktopTrashTest, OtherDisksUseTheirOwnTrashOrRefuse) {
     ASSERT_EQ(::mkdir((vol + "/.Trash").c_str(), 01777), 0);
     ASSERT_EQ(::chmod((vol + "/.Trash").c_str(), 01777), 0);
     writeBytes(vol + "/b.txt", "b");
-    EXPECT_EQ(bin.moveToTrash(vol + "/b.txt", error), vol + "/.Trash/0/files/b.txt") << error;
+    EXPECT_EQ(trash(vol + "/b.txt"), vol + "/.Trash/0/files/b.txt");
     EXPECT_EQ(readText(vol + "/.Trash/0/info/b.txt.trashinfo"),
               "[Trash Info]\nPath=b.txt\nDeletionDate=2026-09-21T19:43:20\n");
     EXPECT_EQ(listed().size(), 2u);
@@ -395,19 +353,16 @@ TEST_F(FreedesktopTrashTest, OtherDisksUseTheirOwnTrashOrRefuse) {
     ASSERT_EQ(::rename((vol + "/.Trash-0").c_str(), (vol + "/old").c_str()), 0);
     ASSERT_EQ(::symlink((vol + "/old").c_str(), (vol + "/.Trash-0").c_str()), 0);
     writeBytes(vol + "/c.txt", "c");
-    EXPECT_EQ(bin.moveToTrash(vol + "/c.txt", error), std::nullopt);
-    EXPECT_EQ(error, otherDisk);
+    EXPECT_EQ(refused(vol + "/c.txt"), otherDisk);
     ASSERT_EQ(::unlink((vol + "/.Trash-0").c_str()), 0);
     ASSERT_EQ(::mkdir((vol + "/.Trash-0").c_str(), 0700), 0);
     ASSERT_EQ(::chown((vol + "/.Trash-0").c_str(), 4321, 4321), 0);
-    EXPECT_EQ(bin.moveToTrash(vol + "/c.txt", error), std::nullopt);
-    EXPECT_EQ(error, otherDisk);
+    EXPECT_EQ(refused(vol + "/c.txt"), otherDisk);
     EXPECT_EQ(readText(vol + "/c.txt"), "c");
     EXPECT_FALSE(exists(env.trash + "/files/c.txt"));
 
     // The mount point itself can't be moved anywhere.
-    EXPECT_EQ(bin.moveToTrash(vol, error), std::nullopt);
-    EXPECT_EQ(error, "It couldn't be moved to the Trash.");
+    EXPECT_EQ(refused(vol), "It couldn't be moved to the Trash.");
 }
 
 // ---- the sandbox Mac's Trash
@@ -496,9 +451,7 @@ TEST_F(SandboxTrashTest, RefusesItemsOnAnotherDisk) {
     TmpfsMount mount(volume);
     if (!mount.mounted()) GTEST_SKIP() << "mounting a tmpfs is not allowed here";
     writeBytes(volume + "/movie.mov", "m");
-    std::string error;
-    EXPECT_EQ(quorv::host().trash->moveToTrash(volume + "/movie.mov", error), std::nullopt);
-    EXPECT_EQ(error, otherDisk);
+    EXPECT_EQ(refused(volume + "/movie.mov"), otherDisk);
     EXPECT_EQ(readText(volume + "/movie.mov"), "m");
     EXPECT_TRUE(listed().empty());
 }
@@ -510,10 +463,7 @@ class ListedTrash : public quorv::TrashBackend {
 public:
     std::vector<quorv::TrashedItem> items;
     std::vector<std::string> erased;
-    std::optional<std::string> moveToTrash(const std::string&, std::string& error) override {
-        error = "no";
-        return std::nullopt;
-    }
+    std::optional<std::string> moveToTrash(const std::string&, std::string& error) override { return error = "no", std::nullopt; }
     std::vector<quorv::TrashedItem> list() override { return items; }
     std::vector<std::string> erase(const std::vector<std::string>& locations) override {
         std::vector<std::string> gone;
@@ -534,12 +484,8 @@ TEST(TrashBinTest, OlderThanCountsWholeDaysBackFromNow) {
         int days;
         bool old;
     } cases[] = {
-        {now - 30 * day, 30, false},  // exactly 30 days old: not older
-        {now - 30 * day - 0.001, 30, true},
-        {now - 30 * day + 1, 30, false},
-        {std::nullopt, 30, false},  // no date: never chosen
-        {now - 1, 0, true},
-        {now, 0, false},
+        // Exactly 30 days and undated items are covered by the emptying test below.
+        {now - 30 * day - 0.001, 30, true}, {now - 30 * day + 1, 30, false}, {now - 1, 0, true}, {now, 0, false},
         {now + 5 * day, 0, false},  // from the future
         {now - 400 * day, -1, false},
     };

@@ -1,7 +1,5 @@
 #pragma once
-// Shared pieces of the Trash tests: a Linux host with a freedesktop.org Trash in a temporary
-// home, a test fixture over it, a scoped time zone, a tmpfs mount, and small file helpers that
-// take names as bytes.
+// Shared pieces of the Trash tests; file helpers take names as bytes.
 
 #include <gtest/gtest.h>
 
@@ -17,10 +15,8 @@
 
 namespace testing_support {
 
-// A Linux host whose home and XDG_DATA_HOME lie in a fresh temporary folder, with the
-// freedesktop.org Trash, a fixed clock and the process's local time zone. Its root is that folder
-// too, so the mounts whose Trashes it lists are the ones written to <base>/proc/self/mountinfo
-// (none at first), not whatever other tests running at the same time have mounted.
+// A Linux host with the freedesktop.org Trash, a fixed clock and local time, rooted in a fresh
+// temporary folder so that only the mounts written to <base>/proc/self/mountinfo are listed.
 struct LinuxTrashHost {
     explicit LinuxTrashHost(double now = 1'790'000'000);
     // Writes the mountinfo: these mount points (system paths, so "/vol" is <base>/vol).
