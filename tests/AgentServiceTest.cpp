@@ -33,10 +33,8 @@ namespace files = quorv::files;
 class FakeRegistrar final : public quorv::ServiceRegistrar {
 public:
     ServiceStatus current = ServiceStatus::notRegistered;
-    int registers = 0;
-    int unregisters = 0;
-    bool refuse = false;
-    bool throws = false;
+    int registers = 0, unregisters = 0;
+    bool refuse = false, throws = false;
 
     ServiceStatus status() override { return current; }
     bool registerService(std::string& error) override { return answer(registers, error); }
@@ -60,8 +58,6 @@ std::shared_ptr<quorv::Host> testHost(const TempDir& temp, std::shared_ptr<quorv
     h->agentService = std::move(registrar);
     return h;
 }
-
-// ---- AgentService ----
 
 // Registers only from "not registered" or "not found", unregisters only from "enabled". A registrar
 // that refuses or throws changes nothing else: apply doesn't throw and the switch keeps its value.
@@ -115,15 +111,12 @@ TEST(AgentService, StatusTextsAndAHostWithoutARegistrar) {
     EXPECT_NO_THROW(AgentService::apply());
 }
 
-// ---- RecordedAgentService ----
-
 TEST(RecordedAgentService, KeepsTheStateInItsFile) {
     TempDir temp;
     const std::string file = temp / "private/var/db/com.quorv.brimstell/agent-service-state";
     RecordedAgentService service(file);
     std::string error;
     EXPECT_EQ(service.status(), ServiceStatus::notRegistered);
-
     EXPECT_TRUE(service.registerService(error));
     EXPECT_EQ(files::read(file), "1\n");
     EXPECT_TRUE(service.registerService(error));
@@ -177,13 +170,13 @@ TEST(SystemdAgentService, MapsTheUserManagersViewOntoTheFourStates) {
         const char* state;
         ServiceStatus expected;
     } rows[] = {
-        {false, true, "enabled", ServiceStatus::notFound},           {false, false, "", ServiceStatus::notFound},
-        {true, false, "", ServiceStatus::notRegistered},             {true, false, "enabled", ServiceStatus::notRegistered},
-        {true, true, "enabled", ServiceStatus::enabled},             {true, true, "enabled-runtime", ServiceStatus::enabled},
-        {true, true, "disabled", ServiceStatus::requiresApproval},   {true, true, "masked", ServiceStatus::requiresApproval},
+        {false, true, "enabled", ServiceStatus::notFound},     {false, false, "", ServiceStatus::notFound},
+        {true, false, "", ServiceStatus::notRegistered},       {true, false, "enabled", ServiceStatus::notRegistered},
+        {true, true, "enabled", ServiceStatus::enabled},       {true, true, "enabled-runtime", ServiceStatus::enabled},
+        {true, true, "disabled", ServiceStatus::requiresApproval}, {true, true, "masked", ServiceStatus::requiresApproval},
         {true, true, "masked-runtime", ServiceStatus::requiresApproval}, {true, true, "static", ServiceStatus::notRegistered},
-        {true, true, "linked", ServiceStatus::notRegistered},        {true, true, "bad", ServiceStatus::notRegistered},
-        {true, true, "", ServiceStatus::notRegistered},              {true, true, "Enabled", ServiceStatus::notRegistered},
+        {true, true, "linked", ServiceStatus::notRegistered},  {true, true, "bad", ServiceStatus::notRegistered},
+        {true, true, "", ServiceStatus::notRegistered},        {true, true, "Enabled", ServiceStatus::notRegistered},
     };
     for (const auto& row : rows) {
         EXPECT_EQ(SystemdAgentService::mapState(row.reachable, row.present, row.state), row.expected)
@@ -191,7 +184,7 @@ TEST(SystemdAgentService, MapsTheUserManagersViewOntoTheFourStates) {
     }
 }
 
-TEST(SystemdAgentService, UnitTexts) {
+TEST(SystemdAgentService, UnitTextsThatSystemdAccepts) {
     const auto plain = SystemdAgentService::unitTexts("/opt/brimstell/bin/brimstell-agent");
     EXPECT_EQ(plain.service,
               "# Written by Brimstell; removed when background checks are switched off.\n"
@@ -237,36 +230,7 @@ TEST(SystemdAgentService, UnitTexts) {
         // Whatever the path holds, the file keeps its ten lines.
         EXPECT_EQ(std::count(texts.service.begin(), texts.service.end(), '\n'), 10) << row.path;
     }
-}
 
-TEST(SystemdAgentService, FindsItsFolderAndBusInTheHostsEnvironment) {
-    TempDir temp;
-    const struct {
-        std::map<std::string, std::string> env;
-        std::string folder;  // after the home folder when it starts with "~"
-        std::optional<std::string> bus;
-    } rows[] = {
-        {{}, "~/.config/systemd/user", std::nullopt},
-        {{{"XDG_CONFIG_HOME", "/srv/cfg/"}, {"XDG_RUNTIME_DIR", "/run/user/1000"}},
-         "/srv/cfg/systemd/user",
-         "unix:path=/run/user/1000/bus"},
-        {{{"XDG_CONFIG_HOME", "cfg"}, {"XDG_RUNTIME_DIR", "run/user"}}, "~/.config/systemd/user", std::nullopt},
-        {{{"XDG_RUNTIME_DIR", "/run/my user"}}, "~/.config/systemd/user", "unix:path=/run/my%20user/bus"},
-        {{{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/tmp/b"}, {"XDG_RUNTIME_DIR", "/run/user/1000"}},
-         "~/.config/systemd/user",
-         "unix:path=/tmp/b"},
-        {{{"DBUS_SESSION_BUS_ADDRESS", ""}, {"XDG_RUNTIME_DIR", "/run/user/7"}},
-         "~/.config/systemd/user",
-         "unix:path=/run/user/7/bus"},
-    };
-    for (const auto& row : rows) {
-        quorv::HostScope scope(testHost(temp, nullptr, row.env));
-        const std::string folder = row.folder[0] == '~' ? temp.path() + row.folder.substr(1) : row.folder;
-        EXPECT_EQ(SystemdAgentService::unitFolder(), folder);
-        EXPECT_EQ(SystemdAgentService::busAddress(), row.bus);
-    }
-}
-TEST(SystemdAgentService, SystemdAcceptsTheUnitsItWrites) {
     const auto analyze = testing_support::findTool("systemd-analyze");
     if (!analyze) GTEST_SKIP() << "systemd-analyze is not installed";
     TempDir temp;
@@ -278,7 +242,27 @@ TEST(SystemdAgentService, SystemdAcceptsTheUnitsItWrites) {
     EXPECT_EQ(verify.status, 0) << verify.output;
 }
 
-// ---- SystemdAgentService against a private bus ----
+TEST(SystemdAgentService, FindsItsFolderAndBusInTheHostsEnvironment) {
+    TempDir temp;
+    const struct {
+        std::map<std::string, std::string> env;
+        std::string folder;  // after the home folder when it starts with "~"
+        std::optional<std::string> bus;
+    } rows[] = {
+        {{}, "~/.config/systemd/user", std::nullopt},
+        {{{"XDG_CONFIG_HOME", "/srv/cfg/"}, {"XDG_RUNTIME_DIR", "/run/user/1000"}}, "/srv/cfg/systemd/user", "unix:path=/run/user/1000/bus"},
+        {{{"XDG_CONFIG_HOME", "cfg"}, {"XDG_RUNTIME_DIR", "run/user"}}, "~/.config/systemd/user", std::nullopt},
+        {{{"XDG_RUNTIME_DIR", "/run/my user"}}, "~/.config/systemd/user", "unix:path=/run/my%20user/bus"},
+        {{{"DBUS_SESSION_BUS_ADDRESS", "unix:path=/tmp/b"}, {"XDG_RUNTIME_DIR", "/run/user/1000"}}, "~/.config/systemd/user", "unix:path=/tmp/b"},
+        {{{"DBUS_SESSION_BUS_ADDRESS", ""}, {"XDG_RUNTIME_DIR", "/run/user/7"}}, "~/.config/systemd/user", "unix:path=/run/user/7/bus"},
+    };
+    for (const auto& row : rows) {
+        quorv::HostScope scope(testHost(temp, nullptr, row.env));
+        const std::string folder = row.folder[0] == '~' ? temp.path() + row.folder.substr(1) : row.folder;
+        EXPECT_EQ(SystemdAgentService::unitFolder(), folder);
+        EXPECT_EQ(SystemdAgentService::busAddress(), row.bus);
+    }
+}
 
 using testing_support::FakeManager;
 
@@ -329,6 +313,23 @@ TEST_F(SystemdOnPrivateBus, RegistersAndUnregistersThroughTheUserManager) {
     EXPECT_EQ(service->status(), ServiceStatus::notRegistered);
     EXPECT_EQ(manager.takeCalls(), std::vector<std::string>{});
 
+    // A registration the manager refuses is taken back.
+    manager.failing("EnableUnitFiles");
+    std::string error;
+    EXPECT_FALSE(service->registerService(error));
+    EXPECT_EQ(error, "EnableUnitFiles failed: Unit file is masked.");
+    EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{
+                                       "Reload",
+                                       R"(EnableUnitFiles ["brimstell-agent.timer"] false true)",
+                                       R"(StopUnit "brimstell-agent.timer" "replace")",
+                                       R"(DisableUnitFiles ["brimstell-agent.timer"] false)",
+                                       "Reload",
+                                   }));
+    EXPECT_EQ(entriesOf(folder), std::vector<std::string>{});
+    EXPECT_EQ(service->status(), ServiceStatus::notRegistered);
+    manager.takeCalls();
+    manager.failing("");
+
     manager.setState("enabled");
     AgentService::apply();
     EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{
@@ -359,27 +360,6 @@ TEST_F(SystemdOnPrivateBus, RegistersAndUnregistersThroughTheUserManager) {
                                        "Reload",
                                    }));
     EXPECT_EQ(entriesOf(folder), std::vector<std::string>{});
-    EXPECT_EQ(service->status(), ServiceStatus::notRegistered);
-}
-
-TEST_F(SystemdOnPrivateBus, AFailedRegistrationIsTakenBack) {
-    FakeManager manager(bus->address());
-    ASSERT_TRUE(manager.ready());
-    auto service = std::make_shared<SystemdAgentService>(makeAgent(dir / "bin"));
-    quorv::HostScope scope(testHost(dir, service, busEnvironment()));
-
-    manager.failing("EnableUnitFiles");
-    std::string error;
-    EXPECT_FALSE(service->registerService(error));
-    EXPECT_EQ(error, "EnableUnitFiles failed: Unit file is masked.");
-    EXPECT_EQ(manager.takeCalls(), (std::vector<std::string>{
-                                       "Reload",
-                                       R"(EnableUnitFiles ["brimstell-agent.timer"] false true)",
-                                       R"(StopUnit "brimstell-agent.timer" "replace")",
-                                       R"(DisableUnitFiles ["brimstell-agent.timer"] false)",
-                                       "Reload",
-                                   }));
-    EXPECT_EQ(entriesOf(SystemdAgentService::unitFolder()), std::vector<std::string>{});
     EXPECT_EQ(service->status(), ServiceStatus::notRegistered);
 }
 

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <future>
-#include <map>
 #include <mutex>
 #include <optional>
 #include <regex>
@@ -56,15 +55,12 @@ TEST(OutboxNotifier, WritesExactlyOneJsonLinePerNotification) {
         std::string body;
         std::string line;
     } cases[] = {
-        {"quotes, line feed, tab and arrows", "Say \"hi\"\n\tnow",
-         "Open Brimstell \xE2\x86\x92 Applications \xE2\x86\x92 Leftovers to clear it.",
-         R"({"id":"ID-1","title":"Say \"hi\"\n\tnow","body":"Open Brimstell → Applications → Leftovers to clear it."})"
-         "\n"},
+        {"quotes, line feed, tab and arrows", "Say \"hi\"\n\tnow", "Open Brimstell \xE2\x86\x92 Applications \xE2\x86\x92 Leftovers to clear it.",
+         R"({"id":"ID-1","title":"Say \"hi\"\n\tnow","body":"Open Brimstell → Applications → Leftovers to clear it."})" "\n"},
         {"invalid UTF-8", "bad \xFF\xFE name", "cut \xE2\x86 here\xC3",
          "{\"id\":\"ID-1\",\"title\":\"bad \xEF\xBF\xBD\xEF\xBF\xBD name\",\"body\":\"cut \xEF\xBF\xBD here\xEF\xBF\xBD\"}\n"},
         {"NUL, bell, carriage return, backslash", std::string("nul\0bell\x07", 9), "back\\slash/\r",
-         R"({"id":"ID-1","title":"nul\u0000bell\u0007","body":"back\\slash/\r"})"
-         "\n"},
+         R"({"id":"ID-1","title":"nul\u0000bell\u0007","body":"back\\slash/\r"})" "\n"},
         {"empty", "", "", "{\"id\":\"ID-1\",\"title\":\"\",\"body\":\"\"}\n"},
     };
     for (const auto& c : cases) {
@@ -95,8 +91,7 @@ TEST(Notify, SendIsFalseWhenNothingCanBeDelivered) {
         SCOPED_TRACE(c.name);
         quorv::HostScope scope(hostWith(c.notifier));
         bool sent = true;
-        EXPECT_NO_THROW(sent = quorv::Notify::send("Auto Clean freed 5 MB",
-                                                   "Everything it moved is in History, ready to restore."));
+        EXPECT_NO_THROW(sent = quorv::Notify::send("Auto Clean freed 5 MB", "Everything it moved is in History, ready to restore."));
         EXPECT_FALSE(sent);
     }
     EXPECT_EQ(quorv::files::read(dir / "plain"), "x");
@@ -125,10 +120,9 @@ TEST(OutboxNotifier, ConcurrentWritersNeverInterleave) {
 
     std::vector<pid_t> children;
     for (int p = 0; p < processes; ++p) {
-        const pid_t pid = ::fork();
-        ASSERT_GE(pid, 0);
-        if (pid == 0) ::_exit(write(p) ? 0 : 1);
-        children.push_back(pid);
+        children.push_back(::fork());
+        ASSERT_GE(children.back(), 0);
+        if (children.back() == 0) ::_exit(write(p) ? 0 : 1);
     }
     std::vector<std::future<bool>> writers;
     for (int t = 0; t < threads; ++t) writers.push_back(std::async(std::launch::async, write, processes + t));
@@ -164,9 +158,8 @@ struct GatedNotifier : quorv::Notifier {
     std::shared_future<void> opened = gate.get_future().share();
 };
 
-// Posting returns at once and delivers later, on the host it was posted on. Each alert, posted or
-// sent, is a line of its own with an identifier of its own: an upper-case UUID, as the platform
-// writes them.
+// Posting returns at once and delivers later, on the host it was posted on. Each alert is a line
+// with an identifier of its own: an upper-case UUID, as the platform writes them.
 TEST(Notify, PostAndSendEachWriteALineWithItsOwnId) {
     TempDir dir;
     const std::string outbox = dir / "state/outbox.jsonl";  // the folder doesn't exist yet
@@ -179,9 +172,7 @@ TEST(Notify, PostAndSendEachWriteALineWithItsOwnId) {
     }
     EXPECT_TRUE(linesOf(outbox).empty());
     gated->gate.set_value();
-    for (const auto deadline = Steady::now() + 10s; linesOf(outbox).empty() && Steady::now() < deadline;) {
-        std::this_thread::sleep_for(10ms);
-    }
+    for (const auto deadline = Steady::now() + 10s; linesOf(outbox).empty() && Steady::now() < deadline;) std::this_thread::sleep_for(10ms);
     quorv::HostScope scope(hostWith(gated));
     EXPECT_TRUE(quorv::Notify::send("Your disk is almost full",
                                     "Only 2.1 GB free on Macintosh HD. Open Brimstell to make room."));
@@ -214,14 +205,11 @@ quorv::UniqueFd silentSocket(const std::string& path) {
     sockaddr_un addr{};
     addr.sun_family = AF_UNIX;
     std::strncpy(addr.sun_path, path.c_str(), sizeof addr.sun_path - 1);
-    if (!fd || ::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 || ::listen(fd.get(), 8) != 0) {
-        return {};
-    }
-    return fd;
+    const bool ok = fd && ::bind(fd.get(), reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 && ::listen(fd.get(), 8) == 0;
+    return ok ? std::move(fd) : quorv::UniqueFd();
 }
 
-// A stand-in notification service that writes down each call (see describeCall) and answers with
-// an id, or with an error when it refuses.
+// A stand-in notification service that writes down each call and answers with an id, or an error.
 class FakeNotifications {
 public:
     FakeNotifications(const std::string& address, bool refuse)
@@ -279,8 +267,7 @@ TEST_F(DBusNotifierOnPrivateBus, FalseAtOnceWhenNoServiceTakesIt) {
         {"relative runtime folder", {{"XDG_RUNTIME_DIR", "run/user"}}},
         {"address of a missing socket", {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "nothing/bus"}}},
         {"address that is no address", {{"DBUS_SESSION_BUS_ADDRESS", "no bus here"}}},
-        {"bus that never answers", {{"DBUS_SESSION_BUS_ADDRESS", "unix:path=" + dir / "silent/bus"}}},
-        {"runtime bus that never answers", {{"XDG_RUNTIME_DIR", dir / "silent"}}},
+        {"bus that never answers", {{"XDG_RUNTIME_DIR", dir / "silent"}}},
         {"no notification service on the bus", busEnvironment()},
         {"the service answers with an error", busEnvironment(), true},
     };
@@ -311,10 +298,8 @@ TEST_F(DBusNotifierOnPrivateBus, TheServiceGetsTheTextsExactly) {
         std::string summarySeen;
         std::string bodySeen;
     } cases[] = {
-        {"arrows", "Removed apps left 1.2 GB behind",
-         "Open Brimstell \xE2\x86\x92 Applications \xE2\x86\x92 Leftovers to clear it.",
-         "Removed apps left 1.2 GB behind",
-         "Open Brimstell \xE2\x86\x92 Applications \xE2\x86\x92 Leftovers to clear it."},
+        {"arrows", "Removed apps left 1.2 GB behind", "Open Brimstell \xE2\x86\x92 Applications \xE2\x86\x92 Leftovers to clear it.",
+         "Removed apps left 1.2 GB behind", "Open Brimstell \xE2\x86\x92 Applications \xE2\x86\x92 Leftovers to clear it."},
         {"quotes, line feed, tab, markup", "\"Mail\" now starts with your Mac", "line one\n\tline <b>two</b> & more",
          "\"Mail\" now starts with your Mac", "line one\n\tline <b>two</b> & more"},
         {"invalid UTF-8 and NUL", "bad \xFF\xFE name", std::string("cut \xE2\x86 here\0tail", 16),
@@ -325,18 +310,14 @@ TEST_F(DBusNotifierOnPrivateBus, TheServiceGetsTheTextsExactly) {
     };
     quorv::HostScope scope(hostWith(nullptr, busEnvironment()));
     quorv::DBusNotifier notifier;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_TRUE(notifier.deliver("ID-1", c.title, c.body));
-    }
+    for (const auto& c : cases) EXPECT_TRUE(notifier.deliver("ID-1", c.title, c.body)) << c.name;
     const auto calls = service.calls();
     ASSERT_EQ(calls.size(), std::size(cases));
     for (size_t i = 0; i < calls.size(); ++i) {
         SCOPED_TRACE(cases[i].name);
         // Application name, replaces no earlier one, no icon, summary, body, no actions, no hints,
         // the server's default time on screen.
-        EXPECT_EQ(calls[i], "Notify \"Brimstell\" 0 \"\" \"" + cases[i].summarySeen + "\" \"" + cases[i].bodySeen +
-                                "\" [] [] -1");
+        EXPECT_EQ(calls[i], "Notify \"Brimstell\" 0 \"\" \"" + cases[i].summarySeen + "\" \"" + cases[i].bodySeen + "\" [] [] -1");
     }
 }
 
