@@ -142,14 +142,14 @@ TEST(AdminOnce, ResumesExactlyOnceUnderARace) {
 }
 
 TEST(Admin, RootPathsAndWhatTheHelperWouldAccept) {
+    AdminBench bench;
+    quorv::HostScope scope(bench.host);
     for (const auto& [in, out] : std::vector<std::pair<std::string, std::string>>{
              {"/tmp/x", "/private/tmp/x"}, {"/var/log/x", "/private/var/log/x"}, {"/etc/x", "/private/etc/x"},
              {"/tmpx/y", "/tmpx/y"}, {"/tmp", "/tmp"}, {"/private/tmp/x", "/private/tmp/x"},
              {"/Users/ann/tmp/x", "/Users/ann/tmp/x"}}) {
         EXPECT_EQ(Admin::rootPath(in), out) << in;
     }
-    AdminBench bench;
-    quorv::HostScope scope(bench.host);
     const std::string& r = bench.root;
     const std::pair<std::string, bool> rows[] = {
         {r + "/Library/Caches/com.example.x", true}, {r + "/Users/bob/Library/Caches/x", true},
