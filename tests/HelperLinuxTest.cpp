@@ -206,6 +206,12 @@ TEST(HelperLinuxFiles, AnotherAccountsCacheGoesToItsFreedesktopTrash) {
         EXPECT_EQ(st->st_uid, linux.bob) << made;
         EXPECT_EQ(st->st_mode & 07777, made.ends_with(".trashinfo") ? 0600u : 0700u) << made;
     }
+    // trash-cli lists it as that account's.
+    if (const auto trashList = testing_support::findTool("trash-list")) {
+        const auto listed = testing_support::runProgram(
+            *trashList, {}, {{"XDG_DATA_HOME", linux.at("/home/bob/.local/share")}, {"HOME", linux.at("/home/bob")}});
+        EXPECT_NE(listed.output.find("2026-11-24 21:55:43 /home/bob/.cache/a b%c\n"), std::string::npos) << listed.output;
+    }
     // The moved log lies in a root-only folder made with its parents.
     EXPECT_EQ(linux.text(logPath), "/home/bob/.local/share/Trash/files/a b%c\t/home/bob/.cache/a b%c\t" +
                                        std::to_string(before.st_dev) + ":" + std::to_string(before.st_ino) + "\n");
