@@ -9,13 +9,13 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "shared/helper/HelperFiles.hpp"
+#include "support/FileTree.hpp"
 #include "support/TestSupport.hpp"
 #include "support/host/Host.hpp"
 
@@ -164,12 +164,9 @@ public:
     // Every name beneath path, sorted, as "a", "a/b"…
     Lines names(const std::string& path) const {
         Lines out;
-        std::error_code ec;
-        for (auto it = fs::recursive_directory_iterator(at(path), ec); !ec && it != fs::recursive_directory_iterator();
-             it.increment(ec)) {
-            out.push_back(it->path().string().substr(at(path).size() + 1));
+        for (const auto& node : testing_support::snapshotTree(at(path))) {
+            if (!node.path.empty()) out.push_back(node.path);
         }
-        std::sort(out.begin(), out.end());
         return out;
     }
     HelperFiles files(HelperRules rules = HelperRules::linux) const {
@@ -258,12 +255,12 @@ TEST(HelperLinuxFiles, WhereEachItemGoesAndWhatIsRefused) {
         quorv::HostScope scope(linux.host);
         linux.file(path, "junk", path.starts_with("/home/bob/") ? linux.bob : linux.me);
         if (arrange) arrange(linux);
-        const Lines before = linux.names("/");
+        const auto before = testing_support::snapshotTree(linux.at("/"));
         const std::string reply = linux.files().trash({path}, "/home/ann");
         if (newPath.empty()) {
             EXPECT_EQ(reply, "FAIL\t" + path + "\n");
-            Lines after = linux.names("/");
-            std::erase_if(after, [](const std::string& n) { return n.starts_with("var/lib/brimstell"); });
+            auto after = testing_support::snapshotTree(linux.at("/"));
+            std::erase_if(after, [](const auto& node) { return node.path.starts_with("var/lib/brimstell"); });
             EXPECT_EQ(after, before) << path;
             continue;
         }
