@@ -63,7 +63,7 @@ TEST(HelperLinuxRules, Table) {
         {"/var/tmp/systemd-private-abc/x", true},
         // Homes: the folders themselves, another account's beyond its caches (exact case only).
         {"/home", true}, {"/home/ann", true}, {"/home/bob", true}, {"/home/bob/.cache", true},
-        {"/home/bob/.Cache/x", true}, {"/home/bob/x/.cache/y", true},
+        {"/home/bob/.Cache/x", true}, {"/home/bob/x/.cache/y", true}, {"/home/ann2/x", true},
         // Synced folders in any home, at any depth, in any case.
         {"/home/ann/Dropbox", true}, {"/home/ann/dropbox (Work)/x", true}, {"/home/ann/Documents/Dropbox/x", true},
         {"/home/ann/OneDrive/x", true}, {"/home/ann/Google Drive/x", true}, {"/home/ann/MEGA/x", true},

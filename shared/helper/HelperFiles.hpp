@@ -20,6 +20,9 @@
 // Two sets of rules: a Mac's (its protected paths, ".Trash" folders, the moved log in
 // /Library/Application Support/Brimstell) and Linux's (a table of its own, freedesktop.org Trash
 // folders with a .trashinfo file for every item, the moved log in /var/lib/brimstell).
+// Every move is a rename, so nothing crosses a file system: an item on another file system than
+// the Trash it belongs in, or a restore through a stash on another file system than that Trash,
+// is refused and stays where it was.
 
 #include <sys/types.h>
 #include <unistd.h>
