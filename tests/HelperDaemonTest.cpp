@@ -362,6 +362,40 @@ TEST_F(HelperDaemon, UnderLinuxRulesWhatAStoppedRestoreLeftIsSweptBackBeforeServ
     }
 }
 
+TEST_F(HelperDaemon, UnderLinuxRulesTheClientTrashesAndRestoresThroughTheDaemon) {
+    // The caller's home is the user database's, laid out inside a machine that looks like Linux.
+    const passwd* pw = ::getpwuid(::geteuid());
+    const std::string home = pw && pw->pw_dir ? pw->pw_dir : "";
+    if (home.size() < 2 || home[0] != '/') GTEST_SKIP() << "this user has no home in the user database";
+    const std::string linux = dir / "linux";
+    fs::create_directories(linux + home);
+    fs::create_directories(linux + "/tmp");
+    std::ofstream(linux + "/tmp/x") << "temp";
+    Daemon daemon(dir.path(), {"--root", linux, "--rules", "linux", "--trust-exe-dir", fs::path(selfExe()).parent_path(),
+                               "--trust-uid", std::to_string(::geteuid())});
+    ASSERT_TRUE(daemon.listening()) << daemon.log();
+    auto h = brimstell::makeHost({{"BRIMSTELL_ROOT", linux}, {"BRIMSTELL_PLATFORM", "linux"}, {"HOME", linux + home},
+                                  {"BRIMSTELL_HELPER_SOCKET", daemon.socket()}});
+    h->systemLog = [](int, const std::string&) {};
+    quorv::HostScope scope(h);
+
+    EXPECT_EQ(Admin::trash({linux + "/tmp/x"}), std::set<std::string>{linux + "/tmp/x"}) << daemon.log();
+    const std::string inTrash = home + "/.local/share/Trash/files/x";
+    EXPECT_EQ(readText(linux + inTrash), "temp");
+    EXPECT_NE(readText(linux + home + "/.local/share/Trash/info/x.trashinfo").find("\nPath=/tmp/x\n"), std::string::npos);
+    auto& history = brimstell::History::shared();
+    const auto entries = history.entries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].original, "/tmp/x");
+    EXPECT_EQ(entries[0].trashed, inTrash);
+    Admin::connectHistory();
+    const auto restored = history.restore(entries[0]);
+    EXPECT_TRUE(restored.ok()) << restored.message() << daemon.log();
+    EXPECT_EQ(readText(linux + "/tmp/x"), "temp");
+    EXPECT_FALSE(fs::exists(linux + home + "/.local/share/Trash/info/x.trashinfo"));
+    EXPECT_EQ(testing_support::linesOf(linux + "/var/lib/brimstell/helper-moved.log"), std::vector<std::string>{});
+}
+
 TEST_F(HelperDaemon, TheCommandLineSaysWhetherTheHelperAnswers) {
     auto daemon = start();
     auto env = environmentFor(*daemon);
