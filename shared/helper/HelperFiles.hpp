@@ -4,9 +4,10 @@
 //
 // Every path that comes in, goes out or sits in the moved log is a path as the machine sees it
 // ("/Users/ann/Library/Caches/x" on a Mac, "/home/ann/.cache/x" on Linux). The helper resolves
-// those paths under a root folder: "/" on the machine, a sandbox folder in tests. Folders are opened one component at a time from the root's
-// descriptor, never following a link, and the folder reached must report exactly the path asked
-// for, so a request can never reach outside the root or through a link.
+// those paths under a root folder: "/" on the machine, a sandbox folder in tests. Folders are
+// opened one component at a time from the root's descriptor, never following a link, and the
+// folder reached must report exactly the path asked for, so a request can never reach outside
+// the root or through a link.
 //
 // A HelperFiles does no locking of its own: the helper serves one request at a time, and two
 // concurrent writers of the moved log would lose a line.
@@ -45,8 +46,7 @@ public:
     static constexpr std::string_view movedLog = "/Library/Application Support/Brimstell/helper-moved.log";
     // The same on Linux, in a folder only root can read (made with its parents when missing).
     static constexpr std::string_view linuxMovedLog = "/var/lib/brimstell/helper-moved.log";
-    // On Linux, where an account's Trash lies in its home and what holds the moved items.
-    static constexpr std::string_view freedesktopTrash = "/.local/share/Trash";
+    // On Linux, the folder of an account's Trash that holds the moved items, inside its home.
     static constexpr std::string_view freedesktopFiles = "/.local/share/Trash/files";
     static constexpr std::size_t maxLogLines = 20000;
     // "name", then "name 2" … "name 10000" when the name is taken in the Trash.
