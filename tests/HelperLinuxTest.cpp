@@ -342,6 +342,11 @@ TEST(HelperLinuxFiles, TheStashIsSweptBackIntoTheTrashAtStart) {
         machine.file(stash + "/stranger", "?");
 
         const HelperFiles files = machine.files(r.rules);
+        // A stash others could have written to is not trusted: nothing moves.
+        machine.folder(stash, machine.me, 0750);
+        EXPECT_EQ(files.sweepStash(), 0u);
+        EXPECT_EQ(machine.names(stash), (Lines{"stranger", "taken", "x"}));
+        machine.folder(stash, machine.me, 0700);
         EXPECT_EQ(files.sweepStash(), 3u);
         EXPECT_EQ(machine.names(stash), Lines{});
         EXPECT_EQ(machine.text(r.trash + "/x"), "cached");
