@@ -69,9 +69,11 @@ bool isAdministrator(uid_t uid, const Account& account, const HelperOptions& opt
     return false;
 }
 
-std::string homeOf(const Account& account, const std::string& rootPath) {
+std::string homeOf(const Account& account, const std::string& rootPath, HelperRules rules) {
     const std::string& name = account.name;
-    const bool plainName = !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos;
+    // Under Linux rules a "/Users" folder means nothing: the home is the user database's.
+    const bool plainName = rules == HelperRules::mac && !name.empty() && name != "." && name != ".." &&
+                           name.find('/') == std::string::npos;
     if (plainName) {
         const std::string macHome = "/Users/" + name;
         const std::string there = (rootPath == "/" ? std::string() : rootPath) + macHome;
@@ -243,7 +245,7 @@ std::optional<Caller> identify(int fd, const HelperOptions& options, const std::
         return std::nullopt;
     }
     caller.name = account->name;
-    caller.home = homeOf(*account, rootPath);
+    caller.home = homeOf(*account, rootPath, options.rules);
     if (caller.home.empty() || caller.home[0] != '/') {
         why = fmt::format("{} has no absolute home", account->name);
         return std::nullopt;

@@ -24,8 +24,8 @@
 // it touches, whoever asks.
 //
 // The caller's home (`me`): the user's name from the user database of the system the helper runs
-// on; "/Users/<name>" when the helper's root holds that folder (a Mac, or a sandbox Mac laid out
-// for that user), else the home the user database gives (Linux, where homes live in /home).
+// on; under Mac rules "/Users/<name>" when the helper's root holds that folder (a sandbox Mac laid
+// out for that user), else (and always under Linux rules) the home the user database gives.
 
 #include <sys/types.h>
 
@@ -41,7 +41,7 @@ struct Caller {
     uid_t uid = 0;
     gid_t gid = 0;
     std::string name;
-    std::string home;  // `me`, as the Mac sees it
+    std::string home;  // `me`, as the helper's rules see it
     // The running program, to check that it is still the same one later.
     dev_t exeDevice = 0;
     ino_t exeInode = 0;

@@ -15,7 +15,8 @@ namespace brimstell::helperd {
 namespace {
 
 constexpr const char* usage =
-    "Usage: brimstell-helper [--socket PATH] [--root DIR] [--trust-uid UID]... [--trust-exe-dir DIR]... [--log-stderr]\n"
+    "Usage: brimstell-helper [--socket PATH] [--root DIR] [--rules mac|linux] [--trust-uid UID]...\n"
+    "                        [--trust-exe-dir DIR]... [--log-stderr]\n"
     "\n"
     "Brimstell's root helper: moves into the Trash, empties and restores what the user's own\n"
     "account can't, and runs the few maintenance tools that need root, for installed Brimstell\n"
@@ -25,6 +26,8 @@ constexpr const char* usage =
     "  --socket PATH         listen on PATH (default /run/brimstell/helper.sock; ignored when\n"
     "                        systemd hands over the socket)\n"
     "  --root DIR            resolve the paths of requests under DIR instead of / (a sandbox Mac)\n"
+    "  --rules mac|linux     whose protected paths, Trash and moved log to use (default: linux on\n"
+    "                        /, mac under --root; mac needs --root)\n"
     "  --trust-uid UID       for tests: serve this user as if an administrator\n"
     "  --trust-exe-dir DIR   for tests: serve any program lying directly in DIR\n"
     "  --log-stderr          copy the log to standard error\n";
@@ -38,6 +41,7 @@ bool absoluteFolder(const std::string& path) {
 
 std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& message, int& exitCode) {
     HelperOptions options;
+    std::optional<HelperRules> rules;
     exitCode = 2;
     auto fail = [&](std::string text) -> std::optional<HelperOptions> {
         message = "brimstell-helper: " + text + "\n" + usage;
@@ -59,8 +63,8 @@ std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& me
             options.logToStderr = true;
             continue;
         }
-        const bool takesValue =
-            option == "--socket" || option == "--root" || option == "--trust-uid" || option == "--trust-exe-dir";
+        const bool takesValue = option == "--socket" || option == "--root" || option == "--rules" ||
+                                option == "--trust-uid" || option == "--trust-exe-dir";
         if (!takesValue) return fail(fmt::format("unknown option {}", option));
         if (i + 1 >= argc) return fail(fmt::format("{} needs a value", option));
         const std::string value = argv[++i];
@@ -71,6 +75,9 @@ std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& me
         } else if (option == "--root") {
             if (!absoluteFolder(value)) return fail("--root needs the absolute path of a folder");
             options.root = value;
+        } else if (option == "--rules") {
+            if (value != "mac" && value != "linux") return fail("--rules needs mac or linux");
+            rules = value == "mac" ? HelperRules::mac : HelperRules::linux;
         } else if (option == "--trust-uid") {
             char* end = nullptr;
             errno = 0;
@@ -87,6 +94,8 @@ std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& me
             options.trustExeDirs.emplace_back(resolved);
         }
     }
+    options.rules = rules.value_or(options.root == "/" ? HelperRules::linux : HelperRules::mac);
+    if (options.rules == HelperRules::mac && options.root == "/") return fail("--rules mac needs --root");
     return options;
 }
 

@@ -9,12 +9,18 @@
 #include <string>
 #include <vector>
 
+#include "shared/helper/HelperFiles.hpp"
+
 namespace brimstell::helperd {
 
 struct HelperOptions {
     std::string socketPath = "/run/brimstell/helper.sock";
     bool socketGiven = false;  // --socket: the folder must exist; nothing is created but the socket
-    std::string root = "/";    // where the Mac paths of requests resolve
+    std::string root = "/";    // where the paths of requests resolve
+    // Whose rules the file jobs follow: Linux's on the machine's own root, a Mac's under --root
+    // (a sandbox Mac), unless --rules says otherwise. Mac rules on the machine's own root are
+    // refused: they would open a Linux system to what a Mac leaves open.
+    HelperRules rules = HelperRules::linux;
     // For tests: callers with these uids count as administrators, and programs lying directly in
     // these folders count as Brimstell binaries, whoever owns them and whatever their name.
     std::set<uid_t> trustUids;

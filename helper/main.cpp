@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <memory>
 
@@ -66,6 +67,11 @@ int main(int argc, char** argv) {
     ::setenv("LC_ALL", "C", 1);
     auto host = std::make_shared<quorv::Host>();
     host->uid = ::geteuid();
+    // The clock dates the .trashinfo files of the Linux Trash.
+    host->clock = [] {
+        using namespace std::chrono;
+        return duration<double>(system_clock::now().time_since_epoch()).count();
+    };
     host->environment.emplace("PATH", path);
     host->environment.emplace("LC_ALL", "C");
     quorv::setProcessHost(host);
@@ -73,10 +79,14 @@ int main(int argc, char** argv) {
     installSignals();
     ::openlog("brimstell-helper", LOG_PID | (options->logToStderr ? LOG_PERROR : 0), LOG_DAEMON);
 
-    auto dispatch = HelperDispatch::open(options->root);
+    auto dispatch = HelperDispatch::open(options->root, options->rules);
     if (!dispatch) {
         ::syslog(LOG_ERR, "can't open the root %s", options->root.c_str());
         return 1;
+    }
+    // Before any request: whatever a restore left in the stash when the helper was stopped.
+    if (const auto swept = dispatch->files().sweepStash(); swept > 0) {
+        ::syslog(LOG_NOTICE, "moved %zu item(s) left by an unfinished restore out of the stash", swept);
     }
     quorv::UniqueFd listener = helperd::activatedSocket(activation);
     const bool ownSocket = !listener;
@@ -90,8 +100,9 @@ int main(int argc, char** argv) {
         }
         ::lstat(options->socketPath.c_str(), &socketFile);
     }
-    ::syslog(LOG_INFO, "serving on %s, root %s", ownSocket ? options->socketPath.c_str() : "the socket systemd passed",
-             options->root.c_str());
+    ::syslog(LOG_INFO, "serving on %s, root %s, %s rules",
+             ownSocket ? options->socketPath.c_str() : "the socket systemd passed", options->root.c_str(),
+             options->rules == HelperRules::mac ? "Mac" : "Linux");
 
     helperd::HelperServer server(std::move(listener), std::move(*dispatch), *options);
     server.run(stopRequested);

@@ -142,14 +142,14 @@ TEST(AdminOnce, ResumesExactlyOnceUnderARace) {
 }
 
 TEST(Admin, RootPathsAndWhatTheHelperWouldAccept) {
+    AdminBench bench;
+    quorv::HostScope scope(bench.host);
     for (const auto& [in, out] : std::vector<std::pair<std::string, std::string>>{
              {"/tmp/x", "/private/tmp/x"}, {"/var/log/x", "/private/var/log/x"}, {"/etc/x", "/private/etc/x"},
              {"/tmpx/y", "/tmpx/y"}, {"/tmp", "/tmp"}, {"/private/tmp/x", "/private/tmp/x"},
              {"/Users/ann/tmp/x", "/Users/ann/tmp/x"}}) {
         EXPECT_EQ(Admin::rootPath(in), out) << in;
     }
-    AdminBench bench;
-    quorv::HostScope scope(bench.host);
     const std::string& r = bench.root;
     const std::pair<std::string, bool> rows[] = {
         {r + "/Library/Caches/com.example.x", true}, {r + "/Users/bob/Library/Caches/x", true},
@@ -191,6 +191,28 @@ TEST(Admin, TrashSendsPathsAsRootSeesThemAndKeepsOnlyWhatWasSent) {
     EXPECT_EQ(calls[1].list, (Strings{"/private/tmp/x", "/Library/Caches/z"}));
     EXPECT_EQ(bench.logLines(), Strings{"helper status: 1"});
     EXPECT_EQ(bench.registrar->status(), ServiceStatus::enabled);
+}
+
+TEST(Admin, OnLinuxPathsGoAsTheyAreAndTheLinuxRulesDecide) {
+    AdminBench bench;
+    bench.recorder().answers("4", "OK\t/tmp/x\t/home/ann/.local/share/Trash/files/x\n");
+    auto linuxHost = std::make_shared<quorv::Host>(*bench.host);
+    linuxHost->platform = quorv::Platform::linux;
+    quorv::HostScope scope(linuxHost);
+    for (const char* path : {"/tmp/x", "/var/log/x.gz", "/etc/x", "/private/tmp/x"}) EXPECT_EQ(Admin::rootPath(path), path);
+    const std::string& r = bench.root;
+    const std::string& home = linuxHost->home;
+    const std::pair<std::string, bool> rows[] = {
+        {r + "/tmp/x", true}, {r + "/var/log/syslog.1.gz", true}, {r + "/home/bob/.cache/x", true},
+        {home + "/Downloads/x", true}, {r + "/etc/x", false}, {r + "/root/.ssh/authorized_keys", false},
+        {r + "/boot/x", false}, {r + "/home/bob/Documents/x", false}, {r + "/Library/Caches/x", false},
+        {home + "/Dropbox/x", false}, {home, false}, {r + "/tmp/../etc/x", false},
+    };
+    for (const auto& [location, accepted] : rows) EXPECT_EQ(Admin::canTrash(location), accepted) << location;
+    EXPECT_EQ(Admin::trash({r + "/tmp/x", r + "/etc/x"}), std::set<std::string>{r + "/tmp/x"});
+    const auto calls = bench.recorder().calls();
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[1].list, Strings{"/tmp/x"});
 }
 
 TEST(Admin, SetDaemonChecksTheLabelAndMaintenanceItsTaskBeforeAnyCall) {

@@ -6,6 +6,7 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -15,6 +16,7 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "kit/agent/ProcessHost.hpp"
@@ -318,6 +320,80 @@ TEST_F(HelperDaemon, OversizedRequestsAndStalledClientsDontHoldUpTheNext) {
     EXPECT_EQ(readAll(stalled.get(), 1), "");
     const std::string log = daemon->logOnce("did not send its request in time");
     EXPECT_NE(log.find("did not send its request in time"), std::string::npos) << log;
+}
+
+TEST_F(HelperDaemon, UnderLinuxRulesWhatAStoppedRestoreLeftIsSweptBackBeforeServing) {
+    // A machine laid out like Linux, where a helper stopped half-way through a restore left x in
+    // the stash: its moved-log line says it came from bob's Trash.
+    const std::string linux = dir / "linux";
+    const std::string trash = "/home/bob/.local/share/Trash";
+    for (const char* f : {"", "/home", "/home/bob", "/home/bob/.local", "/home/bob/.local/share", "/home/bob/.local/share/Trash",
+                          "/home/bob/.local/share/Trash/files", "/home/bob/.local/share/Trash/info", "/var", "/var/lib"}) {
+        fs::create_directory(linux + f);
+    }
+    fs::create_directory(linux + "/var/lib/brimstell");
+    fs::create_directory(linux + "/var/lib/brimstell/restore");
+    fs::permissions(linux + "/var/lib/brimstell/restore", fs::perms::owner_all);
+    std::ofstream(linux + "/var/lib/brimstell/restore/x") << "cached";
+    std::ofstream(linux + trash + "/info/x.trashinfo") << "[Trash Info]\nPath=/home/bob/.cache/x\nDeletionDate=2026-11-24T21:55:43\n";
+    struct stat st {};
+    ASSERT_EQ(::lstat((linux + "/var/lib/brimstell/restore/x").c_str(), &st), 0);
+    std::ofstream(linux + "/var/lib/brimstell/helper-moved.log")
+        << trash << "/files/x\t/home/bob/.cache/x\t" << st.st_dev << ":" << st.st_ino << "\n";
+
+    Daemon daemon(dir.path(), {"--root", linux, "--rules", "linux", "--trust-exe-dir", fs::path(selfExe()).parent_path(),
+                               "--trust-uid", std::to_string(::geteuid())});
+    ASSERT_TRUE(daemon.listening()) << daemon.log();
+    EXPECT_NE(daemon.log().find("moved 1 item(s) left by an unfinished restore out of the stash"), std::string::npos)
+        << daemon.log();
+    EXPECT_NE(daemon.log().find("Linux rules"), std::string::npos) << daemon.log();
+    EXPECT_EQ(readText(linux + trash + "/files/x"), "cached");
+    EXPECT_TRUE(fs::is_empty(linux + "/var/lib/brimstell/restore"));
+
+    // Mac rules only for a sandbox: never on the machine's own root.
+    for (const auto& [args, status] : std::vector<std::pair<std::vector<std::string>, int>>{
+             {{"--rules", "mac"}, 2}, {{"--rules", "bsd", "--root", linux}, 2}, {{"--rules"}, 2}, {{"--help"}, 0}}) {
+        const auto run = testing_support::runProgram(BRIMSTELL_HELPER_EXE, args, {});
+        EXPECT_EQ(run.status, status) << args[0] << " " << (args.size() > 1 ? args[1] : "");
+        if (status == 0) {
+            EXPECT_NE(run.output.find("  --rules mac|linux     whose protected paths, Trash and moved log to use"),
+                      std::string::npos) << run.output;
+        }
+    }
+}
+
+TEST_F(HelperDaemon, UnderLinuxRulesTheClientTrashesAndRestoresThroughTheDaemon) {
+    // The caller's home is the user database's, laid out inside a machine that looks like Linux.
+    const passwd* pw = ::getpwuid(::geteuid());
+    const std::string home = pw && pw->pw_dir ? pw->pw_dir : "";
+    if (home.size() < 2 || home[0] != '/') GTEST_SKIP() << "this user has no home in the user database";
+    const std::string linux = dir / "linux";
+    fs::create_directories(linux + home);
+    fs::create_directories(linux + "/tmp");
+    std::ofstream(linux + "/tmp/x") << "temp";
+    Daemon daemon(dir.path(), {"--root", linux, "--rules", "linux", "--trust-exe-dir", fs::path(selfExe()).parent_path(),
+                               "--trust-uid", std::to_string(::geteuid())});
+    ASSERT_TRUE(daemon.listening()) << daemon.log();
+    auto h = brimstell::makeHost({{"BRIMSTELL_ROOT", linux}, {"BRIMSTELL_PLATFORM", "linux"}, {"HOME", linux + home},
+                                  {"BRIMSTELL_HELPER_SOCKET", daemon.socket()}});
+    h->systemLog = [](int, const std::string&) {};
+    quorv::HostScope scope(h);
+
+    EXPECT_EQ(Admin::trash({linux + "/tmp/x"}), std::set<std::string>{linux + "/tmp/x"}) << daemon.log();
+    const std::string inTrash = home + "/.local/share/Trash/files/x";
+    EXPECT_EQ(readText(linux + inTrash), "temp");
+    EXPECT_NE(readText(linux + home + "/.local/share/Trash/info/x.trashinfo").find("\nPath=/tmp/x\n"), std::string::npos);
+    auto& history = brimstell::History::shared();
+    const auto entries = history.entries();
+    ASSERT_EQ(entries.size(), 1u);
+    EXPECT_EQ(entries[0].original, "/tmp/x");
+    EXPECT_EQ(entries[0].trashed, inTrash);
+    Admin::connectHistory();
+    const auto restored = history.restore(entries[0]);
+    EXPECT_TRUE(restored.ok()) << restored.message() << daemon.log();
+    EXPECT_EQ(readText(linux + "/tmp/x"), "temp");
+    EXPECT_FALSE(fs::exists(linux + home + "/.local/share/Trash/info/x.trashinfo"));
+    EXPECT_EQ(testing_support::linesOf(linux + "/var/lib/brimstell/helper-moved.log"), std::vector<std::string>{});
 }
 
 TEST_F(HelperDaemon, TheCommandLineSaysWhetherTheHelperAnswers) {

@@ -311,6 +311,8 @@ bool Admin::start() {
 // ---- operations
 
 std::string Admin::rootPath(std::string_view path) {
+    // Only a Mac has "/var", "/etc" and "/tmp" as links into "/private".
+    if (!quorv::host().isMac()) return std::string(path);
     for (std::string_view prefix : {"/var/", "/etc/", "/tmp/"}) {
         if (path.starts_with(prefix)) return "/private" + std::string(path);
     }
@@ -325,7 +327,10 @@ bool Admin::canTrash(const std::string& location) {
     for (auto part : parts) {
         if (part.empty() || part == "." || part == "..") return false;
     }
-    return !HelperFiles::isProtected(rootPath(*system));
+    const auto& h = quorv::host();
+    if (h.isMac()) return !HelperFiles::isProtected(rootPath(*system));
+    const auto home = h.systemPath(h.home);
+    return !HelperFiles::isProtected(*system, HelperRules::linux, home.value_or(std::string()));
 }
 
 std::vector<std::pair<std::string, std::string>> Admin::movedPairs(std::string_view reply,

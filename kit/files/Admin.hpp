@@ -98,9 +98,11 @@ struct Admin {
     // can't be used.
     static std::optional<std::vector<FileItem>> largeFiles(std::int64_t minKB);
 
-    // Whether the helper would accept the location (the client's mirror of its protected paths).
+    // Whether the helper would accept the location (the client's mirror of its protected paths:
+    // a Mac's, or on Linux the Linux rules with the user's home as the caller's).
     static bool canTrash(const std::string& location);
-    // A path as root sees it: "/var/", "/etc/" and "/tmp/" get "/private" in front.
+    // A path as root sees it: on a Mac "/var/", "/etc/" and "/tmp/" get "/private" in front;
+    // elsewhere it stays as it is.
     static std::string rootPath(std::string_view path);
 
     // Unregisters the helper; false with nothing changed when the service manager refused.

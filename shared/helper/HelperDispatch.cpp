@@ -8,8 +8,8 @@ namespace brimstell {
 
 HelperDispatch::HelperDispatch(HelperFiles files, std::string root) : files_(std::move(files)), root_(std::move(root)) {}
 
-std::optional<HelperDispatch> HelperDispatch::open(const std::string& root, uid_t effectiveUser) {
-    auto files = HelperFiles::open(root, effectiveUser);
+std::optional<HelperDispatch> HelperDispatch::open(const std::string& root, HelperRules rules, uid_t effectiveUser) {
+    auto files = HelperFiles::open(root, rules, effectiveUser);
     if (!files) return std::nullopt;
     return HelperDispatch(std::move(*files), root);
 }

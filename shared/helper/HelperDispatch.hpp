@@ -5,7 +5,7 @@
 // - "version" answers HelperInfo::version.
 // - An op outside HelperScript::operations is refused before anything runs: the reply is empty.
 // - The file jobs ("trash", "emptytrash", "restore") run in-process through HelperFiles, with the
-//   caller's home as `home` and the standard moved log.
+//   caller's home as `home` and the moved log of the dispatcher's rules.
 // - Every other op runs the script: `bash -c <dispatch> brimstell-helper <me> <op> <arg> <list>`
 //   through /usr/bin/env -i, so bash sees exactly PATH and LC_ALL=C and nothing else, whatever the
 //   environment of the process that serves the request. The list is handed over as $4 with its
@@ -43,7 +43,8 @@ public:
     static constexpr std::string_view bashProgram = "/bin/bash";
 
     // nullopt when the root can't be opened.
-    static std::optional<HelperDispatch> open(const std::string& root, uid_t effectiveUser = ::geteuid());
+    static std::optional<HelperDispatch> open(const std::string& root, HelperRules rules = HelperRules::mac,
+                                              uid_t effectiveUser = ::geteuid());
 
     // The reply to one request from the user whose home is me (a path as the Mac sees it).
     std::string run(std::string_view op, std::string_view arg, const std::vector<std::string>& list,

@@ -12,6 +12,8 @@
 #include "shared/helper/HelperPaths.hpp"
 #include "shared/helper/HelperRemoval.hpp"
 #include "shared/helper/LinkSafe.hpp"
+#include "shared/trash/TrashInfo.hpp"
+#include "support/host/Host.hpp"
 
 namespace brimstell {
 
@@ -20,6 +22,8 @@ using quorv::UniqueFd;
 namespace {
 
 constexpr std::string_view usersFolder = "/Users/";
+constexpr std::string_view homesFolder = "/home/";
+constexpr std::string_view infoSuffix = ".trashinfo";
 
 // Moves fromName into toDir as `name`, else "name 2" … "name 10000"; the name used, or nullopt
 // when every name is taken or the move fails for another reason.
@@ -41,7 +45,54 @@ void fail(std::string& reply, std::string_view entry) {
     reply += '\n';
 }
 
+// The folder of the account that holds path: "/Users/<name>" on a Mac (not Shared), "/home/<name>" on
+// Linux; empty for any other path.
+std::string accountFolder(std::string_view path, HelperRules rules) {
+    const std::string_view top = rules == HelperRules::mac ? usersFolder : homesFolder;
+    if (!path.starts_with(top)) return {};
+    const std::string_view account = path.substr(top.size(), path.find('/', top.size()) - top.size());
+    if (account.empty() || (rules == HelperRules::mac && account == "Shared")) return {};
+    return std::string(top) + std::string(account);
+}
+
 }  // namespace
+
+std::optional<std::string> HelperFiles::moveIntoTrash(int fromDir, const std::string& fromName, const Trash& trash,
+                                                      const std::string& name, const std::string& original) const {
+    if (!trash.info) return moveUnderFreeName(fromDir, fromName, trash.files.get(), name);
+    struct stat owner {};
+    if (::fstat(trash.files.get(), &owner) != 0) return std::nullopt;
+    const auto& h = quorv::host();
+    const std::string text = TrashInfo::format(original, h.now(), h.calendar);
+    for (int i = 1; i <= maxNameTries; ++i) {
+        const std::string candidate = i == 1 ? name : name + " " + std::to_string(i);
+        const std::string infoName = candidate + std::string(infoSuffix);
+        // The .trashinfo file claims the name before the item takes it, as every freedesktop.org
+        // Trash writer does; one that can't be written leaves nothing behind.
+        UniqueFd info(::openat(trash.info.get(), infoName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!info) {
+            if (errno == EEXIST) continue;
+            return std::nullopt;
+        }
+        const bool owned = ::fchown(info.get(), owner.st_uid, owner.st_gid) == 0 || euid_ != 0;
+        const bool written = owned && helperpaths::writeAll(info.get(), text) && ::fsync(info.get()) == 0;
+        info.reset();
+        const int error = written ? linksafe::renameExclusive(fromDir, fromName, trash.files.get(), candidate) : EIO;
+        if (error == 0) return candidate;
+        (void)::unlinkat(trash.info.get(), infoName.c_str(), 0);
+        if (error != EEXIST) return std::nullopt;
+    }
+    return std::nullopt;
+}
+
+std::optional<std::string> HelperFiles::putBack(int stash, const std::string& name, const Trash& trash,
+                                                const std::string& original) const {
+    if (!trash.info) return moveUnderFreeName(stash, name, trash.files.get(), name);
+    const int error = linksafe::renameExclusive(stash, name, trash.files.get(), name);
+    if (error == 0) return name;
+    if (error != EEXIST) return std::nullopt;
+    return moveIntoTrash(stash, name, trash, name, original);
+}
 
 // ---- trash
 
@@ -50,7 +101,7 @@ bool HelperFiles::trashOne(const std::string& path, const std::string& home, std
         fail(reply, path);
         return false;
     };
-    if (helperpaths::breaksLines(path) || isProtected(path)) return refuse();
+    if (helperpaths::breaksLines(path) || isProtected(path, rules_, home)) return refuse();
     auto parts = helperpaths::split(path);
     if (!parts) return refuse();
     UniqueFd folder = openFolder(parts->folder);
@@ -59,20 +110,16 @@ bool HelperFiles::trashOne(const std::string& path, const std::string& home, std
 
     // An item in another account's folder goes to that account's Trash; anything else (shared or
     // system folders) to the caller's.
-    std::string owner = home;
-    if (path.starts_with(usersFolder)) {
-        const std::string account = path.substr(usersFolder.size(), path.find('/', usersFolder.size()) - usersFolder.size());
-        const std::string accountHome = std::string(usersFolder) + account;
-        if (!account.empty() && account != "Shared" && openFolder(accountHome)) owner = accountHome;
-    }
-    UniqueFd trashFd = openTrash(owner, true);
-    if (!trashFd) return refuse();
+    std::string owner = accountFolder(path, rules_);
+    if (owner.empty() || !openFolder(owner)) owner = home;
+    auto trashed = openTrashOf(owner, true);
+    if (!trashed) return refuse();
 
-    auto used = moveUnderFreeName(folder.get(), parts->name, trashFd.get(), parts->name);
+    auto used = moveIntoTrash(folder.get(), parts->name, *trashed, parts->name, path);
     if (!used) return refuse();
-    const std::string newPath = owner + "/.Trash/" + *used;
+    const std::string newPath = trashed->path + "/" + *used;
     struct stat moved {};
-    if (::fstatat(trashFd.get(), used->c_str(), &moved, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (::fstatat(trashed->files.get(), used->c_str(), &moved, AT_SYMLINK_NOFOLLOW) == 0) {
         // A log that can't be written only means this item can't be put back by the helper.
         (void)note(newPath + "\t" + path + "\t" + helperpaths::identity(moved), log);
     }
@@ -82,30 +129,34 @@ bool HelperFiles::trashOne(const std::string& path, const std::string& home, std
 
 std::string HelperFiles::trash(const std::vector<std::string>& paths, const std::string& home, std::string_view log) const {
     std::string reply;
-    for (const auto& path : paths) trashOne(path, home, log, reply);
+    for (const auto& path : paths) trashOne(path, home, log.empty() ? this->log() : log, reply);
     return reply;
 }
 
 // ---- emptytrash
 
-bool HelperFiles::emptyOne(int trashFd, dev_t trashDevice, const std::string& trashPath, const std::string& path) const {
+bool HelperFiles::emptyOne(const Trash& trash, dev_t trashDevice, const std::string& path) const {
     if (helperpaths::breaksLines(path)) return false;
     auto parts = helperpaths::split(path);
-    if (!parts || parts->folder != trashPath) return false;
+    if (!parts || parts->folder != trash.path) return false;
+    const int trashFd = trash.files.get();
     struct stat st {};
     if (::fstatat(trashFd, parts->name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
-    if (!S_ISDIR(st.st_mode)) return ::unlinkat(trashFd, parts->name.c_str(), 0) == 0;
-    return helperremoval::removeTree(trashFd, parts->name, st, trashDevice);
+    const bool removed = S_ISDIR(st.st_mode) ? helperremoval::removeTree(trashFd, parts->name, st, trashDevice)
+                                             : ::unlinkat(trashFd, parts->name.c_str(), 0) == 0;
+    // The item's .trashinfo goes after the item, so a reader never lists a file without one.
+    if (removed && trash.info) (void)::unlinkat(trash.info.get(), (parts->name + std::string(infoSuffix)).c_str(), 0);
+    return removed;
 }
 
 std::string HelperFiles::emptyTrash(const std::vector<std::string>& paths, const std::string& home) const {
-    UniqueFd trashFd = openTrash(home, false);
+    // Only the caller's own Trash.
+    auto trashed = openTrashOf(home, false);
     struct stat trashStat {};
-    const bool usable = trashFd && ::fstat(trashFd.get(), &trashStat) == 0;
-    const std::string trashPath = home + "/.Trash";
+    const bool usable = trashed && ::fstat(trashed->files.get(), &trashStat) == 0;
     std::string reply;
     for (const auto& path : paths) {
-        if (usable && emptyOne(trashFd.get(), trashStat.st_dev, trashPath, path)) {
+        if (usable && emptyOne(*trashed, trashStat.st_dev, path)) {
             reply += "OK\t" + path + "\n";
         } else {
             fail(reply, path);
@@ -116,7 +167,8 @@ std::string HelperFiles::emptyTrash(const std::vector<std::string>& paths, const
 
 // ---- restore
 
-bool HelperFiles::restoreOne(const std::string& pair, std::string_view log, std::string& reply) const {
+bool HelperFiles::restoreOne(const std::string& pair, const std::string& callerHome, std::string_view log,
+                             std::string& reply) const {
     const auto tab = pair.find('\t');
     const std::string trashPath = pair.substr(0, tab);
     auto refuse = [&] {
@@ -127,25 +179,26 @@ bool HelperFiles::restoreOne(const std::string& pair, std::string_view log, std:
     const std::string original = pair.substr(tab + 1);
     if (helperpaths::breaksLines(trashPath) || helperpaths::breaksLines(original)) return refuse();
 
-    // The item must lie directly in a ".Trash" folder directly in a home.
+    // The item must lie directly in the Trash of a home.
     auto inTrash = helperpaths::split(trashPath);
-    if (!inTrash || !inTrash->folder.ends_with("/.Trash")) return refuse();
-    const std::string home = inTrash->folder.substr(0, inTrash->folder.size() - std::string_view("/.Trash").size());
-    if (home.empty()) return refuse();
+    const auto home = inTrash ? homeOfTrash(inTrash->folder) : std::nullopt;
+    if (!home) return refuse();
     auto target = helperpaths::split(original);
-    if (isProtected(original) || !target) return refuse();
+    if (isProtected(original, rules_, callerHome) || !target) return refuse();
 
     // Only what the helper moved itself, and only while it is still the same file.
-    UniqueFd trashFd = openTrash(home, false);
+    auto trashed = openTrashOf(*home, false);
+    if (!trashed) return refuse();
+    const int trashFd = trashed->files.get();
     struct stat item {};
-    if (!trashFd || ::fstatat(trashFd.get(), inTrash->name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) return refuse();
+    if (::fstatat(trashFd, inTrash->name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) return refuse();
     const std::string line = trashPath + "\t" + original + "\t" + helperpaths::identity(item);
     if (!noted(line, log)) return refuse();
 
     UniqueFd folder = openFolder(target->folder);
     UniqueFd stash = openStash(log);
     if (!folder || !stash) return refuse();
-    if (linksafe::renameExclusive(trashFd.get(), inTrash->name, stash.get(), inTrash->name) != 0) return refuse();
+    if (linksafe::renameExclusive(trashFd, inTrash->name, stash.get(), inTrash->name) != 0) return refuse();
 
     // In the stash nobody else can touch it; make sure the file that got there is the one checked
     // (the Trash's owner could have swapped it in between).
@@ -159,21 +212,22 @@ bool HelperFiles::restoreOne(const std::string& pair, std::string_view log, std:
                               : sameFile(there, item);
         if (free && linksafe::renameExclusive(stash.get(), inTrash->name, folder.get(), target->name) == 0) {
             (void)forget(line, log);
+            if (trashed->info) (void)::unlinkat(trashed->info.get(), (inTrash->name + std::string(infoSuffix)).c_str(), 0);
             reply += "OK\t" + trashPath + "\t" + original + "\n";
             return true;
         }
     }
-    // Back into the Trash; when even that fails the item stays in the stash.
-    (void)moveUnderFreeName(stash.get(), inTrash->name, trashFd.get(), inTrash->name);
+    // Back into the Trash; when even that fails the item stays in the stash (until the sweep).
+    (void)putBack(stash.get(), inTrash->name, *trashed, original);
     return refuse();
 }
 
-std::string HelperFiles::restore(const std::vector<std::string>& pairs, const std::string& /*home*/,
+std::string HelperFiles::restore(const std::vector<std::string>& pairs, const std::string& home,
                                  std::string_view log) const {
-    // The Trash of each item is named in its own entry; the caller's home is not needed, the
-    // moved log decides what may come back.
+    // The Trash of each item is named in its own entry and the moved log decides what may come
+    // back; the caller's home only widens, on Linux, where an item may return to.
     std::string reply;
-    for (const auto& pair : pairs) restoreOne(pair, log, reply);
+    for (const auto& pair : pairs) restoreOne(pair, home, log.empty() ? this->log() : log, reply);
     return reply;
 }
 

@@ -35,18 +35,6 @@ std::optional<std::string> readAll(int fd) {
     }
 }
 
-bool writeAll(int fd, std::string_view data) {
-    while (!data.empty()) {
-        const ssize_t n = ::write(fd, data.data(), data.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        data.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
 bool isLogLine(std::string_view line) {
     return !line.empty() && line.find_first_of(std::string_view("\n\r\0", 3)) == std::string_view::npos;
 }
@@ -76,7 +64,7 @@ bool HelperFiles::rewrite(std::string_view log, const std::vector<std::string>& 
     }
     UniqueFd fd(::openat(folder.get(), temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fd) return false;
-    const bool written = ::fchmod(fd.get(), 0600) == 0 && writeAll(fd.get(), text) && ::fsync(fd.get()) == 0 &&
+    const bool written = ::fchmod(fd.get(), 0600) == 0 && helperpaths::writeAll(fd.get(), text) && ::fsync(fd.get()) == 0 &&
                          ::close(fd.release()) == 0;
     if (!written || ::renameat(folder.get(), temp.c_str(), folder.get(), parts->name.c_str()) != 0) {
         (void)::unlinkat(folder.get(), temp.c_str(), 0);
@@ -90,8 +78,8 @@ bool HelperFiles::note(const std::string& line, std::string_view log) const {
     if (!isLogLine(line)) return false;
     auto parts = helperpaths::split(log);
     if (!parts) return false;
-    // "/Library/Application Support/Brimstell" is ours to make on first use.
-    (void)ensureFolder(parts->folder);
+    // The log's folder is ours to make on first use.
+    (void)logFolder(parts->folder);
     UniqueFd fd = openRecord(log, O_RDWR | O_CREAT);
     if (!fd) return false;
     auto text = readAll(fd.get());

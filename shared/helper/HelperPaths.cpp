@@ -1,5 +1,8 @@
 #include "shared/helper/HelperPaths.hpp"
 
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdint>
 
 namespace brimstell::helperpaths {
@@ -46,6 +49,18 @@ std::vector<std::string> lines(std::string_view text) {
         start = end + 1;
     }
     return out;
+}
+
+bool writeAll(int fd, std::string_view data) {
+    while (!data.empty()) {
+        const ssize_t n = ::write(fd, data.data(), data.size());
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return false;
+        }
+        data.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
 }
 
 bool globMatch(std::string_view pattern, std::string_view text) {

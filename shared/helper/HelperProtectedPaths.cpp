@@ -1,5 +1,6 @@
-// What the helper must never touch: anything but a plain absolute path, system folders, and
-// folders that a cloud client syncs (a deletion there would spread to the user's other machines).
+// What the helper must never touch on a Mac: anything but a plain absolute path, system folders,
+// and folders that a cloud client syncs (a deletion there would spread to the user's other
+// machines). The Linux rules are a table of their own, in HelperLinuxPaths.cpp.
 
 #include <array>
 #include <string>
@@ -65,6 +66,10 @@ bool HelperFiles::isProtected(std::string_view original) {
     if (globMatch("/applications/?*.app", path) && !globMatch("/applications/*/*", path)) return false;
     // At least three components: /Users/ann, /Library/Caches and the like are never touched.
     return !globMatch("*/*/*", std::string_view(path).substr(1));
+}
+
+bool HelperFiles::isProtected(std::string_view path, HelperRules rules, std::string_view callerHome) {
+    return rules == HelperRules::mac ? isProtected(path) : isProtectedOnLinux(path, callerHome);
 }
 
 }  // namespace brimstell

@@ -1,4 +1,4 @@
-#include "kit/files/TrashInfo.hpp"
+#include "shared/trash/TrashInfo.hpp"
 
 #include <cmath>
 #include <ctime>
