@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "support/plist/PlistNesting.hpp"
 #include "support/posix/Files.hpp"
 
 namespace quorv::plist {
@@ -20,7 +21,7 @@ struct Freer {
 using Node = std::unique_ptr<void, Freer>;
 
 std::optional<Value> fromNode(plist_t node, int depth) {
-    if (!node || depth > 256) return std::nullopt;
+    if (!node || depth > nesting::maxDepth) return std::nullopt;
     switch (plist_get_node_type(node)) {
         case PLIST_BOOLEAN: {
             uint8_t b = 0;
@@ -127,6 +128,8 @@ plist_t toNode(const Value& v) {
 
 std::optional<Value> parse(std::string_view bytes) {
     if (bytes.empty() || bytes.size() > UINT32_MAX) return std::nullopt;
+    // libplist recurses once per level while parsing and freeing: measure before it looks.
+    if (!nestingWithin(bytes)) return std::nullopt;
     plist_t root = nullptr;
     plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
     if (!root) return std::nullopt;
