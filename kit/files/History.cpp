@@ -18,6 +18,7 @@
 #include "kit/files/FS.hpp"
 #include "kit/files/FileEvents.hpp"
 #include "kit/files/LinkSafe.hpp"
+#include "kit/files/MoverGuard.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/FileLock.hpp"
@@ -397,6 +398,7 @@ std::string History::restoredName(const std::string& name, int n) {
 
 RestoreResult History::putBack(const HistoryEntry& e) {
     if (e.restoredTo) return failure(RestoreError::gone);
+    if (auto why = MoverGuard::restoreRefusal(e.original)) return failure(std::move(*why));
     if (e.isRoot()) {
         RootRestorer restorer;
         {
