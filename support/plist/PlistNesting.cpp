@@ -139,7 +139,9 @@ bool binaryNestingWithin(std::string_view b, int limit) {
 
 bool nestingWithin(std::string_view bytes, int limit) {
     if (bytes.starts_with("bplist")) return binaryNestingWithin(bytes, limit);
-    return nesting::xmlWithin(bytes, limit);
+    // Elements, not objects: the <plist> element around the top object, and a value's own element
+    // (<string>, <key>) inside the innermost container, come on top of the containers.
+    return nesting::xmlWithin(bytes, limit + 2);
 }
 
 }  // namespace quorv::plist
