@@ -132,8 +132,8 @@ TEST(MoverGuard, OlderSyncFoldersAreRefusedButTheirCachesMove) {
         {"Boxes/x", false},           {"Syncthing/x", false},         {"Documents/x", false},
     };
     testing_support::SandboxHost mac;
-    testing_support::LinuxTrashHost linux;
-    for (const auto& host : {mac.host, linux.host}) {
+    testing_support::LinuxTrashHost onLinux;
+    for (const auto& host : {mac.host, onLinux.host}) {
         quorv::HostScope scope(host);
         for (const auto& [rel, refused] : rows) {
             EXPECT_EQ(MoverGuard::refusal(host->home + "/" + rel), refused ? std::optional<std::string>(syncedText)
