@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -216,6 +217,21 @@ TEST(HostileStateFiles, NestingCountsOnlyRealLevels) {
     EXPECT_FALSE(quorv::plist::binaryNestingWithin(binaryChain(40, true))) << "2^40 nodes once unfolded";
     EXPECT_TRUE(quorv::plist::binaryNestingWithin(binaryChain(8, true))) << "a small shared tree is fine";
     EXPECT_FALSE(quorv::plist::binaryNestingWithin(binaryChain(3).substr(0, 40))) << "a torn file";
+}
+
+// Real property lists, XML and binary, are never taken for hostile ones.
+TEST(HostileStateFiles, RealPropertyListsPassTheNestingCheck) {
+    const std::string real = std::string(BRIMSTELL_SHARED_DIR) + "/fixtures/real";
+    if (!std::filesystem::is_directory(real)) GTEST_SKIP() << "the real fixtures are not beside the checkout: " << real;
+    int seen = 0;
+    for (const auto& e : std::filesystem::recursive_directory_iterator(real)) {
+        if (e.path().extension() != ".plist") continue;
+        const auto bytes = quorv::files::read(e.path().string());
+        ASSERT_TRUE(bytes) << e.path();
+        EXPECT_TRUE(quorv::plist::parse(*bytes)) << e.path();
+        ++seen;
+    }
+    EXPECT_GT(seen, 0);
 }
 
 }  // namespace
