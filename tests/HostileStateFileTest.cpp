@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -182,6 +183,29 @@ TEST(HostileStateFiles, EveryReaderReturnsAtOnceAndSetsAsideWhereDue) {
             SCOPED_TRACE(std::string(place.name) + " as hostile kind " + std::to_string(static_cast<int>(kind)));
             place.check(kind);
         }
+    }
+}
+
+// What files::read says of each kind of thing in a file's place: the history tells "nothing there"
+// (start empty) from "unreadable" (set aside) by errno.
+TEST(HostileStateFiles, ReadRefusesWhatIsNotARegularFileAndSaysWhy) {
+    testing_support::TempDir dir;
+    testing_support::writeBytes(dir / "ten", "0123456789");
+    ASSERT_EQ(::mkfifo((dir / "fifo").c_str(), 0600), 0);
+    ASSERT_EQ(::symlink((dir / "ten").c_str(), (dir / "link").c_str()), 0);
+    const struct {
+        std::string name;
+        std::size_t cap;
+        int error;  // 0: read whole
+    } rows[] = {
+        {"ten", 10, 0}, {"ten", 9, EFBIG}, {"missing", 10, ENOENT}, {"fifo", 10, EINVAL}, {"", 10, EINVAL}, {"link", 10, ELOOP},
+    };
+    for (const auto& row : rows) {
+        errno = 0;
+        const auto text = quorv::files::read(dir / row.name, row.cap);
+        EXPECT_EQ(text.has_value(), row.error == 0) << row.name << " capped at " << row.cap;
+        EXPECT_EQ(row.error == 0 ? 0 : errno, row.error) << row.name << " capped at " << row.cap;
+        EXPECT_EQ(text.value_or("0123456789"), "0123456789");
     }
 }
 
