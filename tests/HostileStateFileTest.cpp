@@ -236,6 +236,7 @@ TEST(HostileStateFiles, NestingCountsOnlyRealLevels) {
     EXPECT_FALSE(quorv::nesting::xmlWithin(repeated("<array a='>'>", 600))) << "a '>' in a quoted value ends no tag";
     EXPECT_FALSE(quorv::nesting::xmlWithin("<!DOCTYPE x [" + repeated("<a>", 600) + "]>"))
         << "nothing hides in a document type";
+    EXPECT_FALSE(quorv::nesting::xmlWithin(repeated("<array></dict>", 3))) << "an end tag closes its own element";
 
     EXPECT_FALSE(quorv::plist::binaryNestingWithin(binaryChain(3, false, true))) << "a circle";
     EXPECT_FALSE(quorv::plist::binaryNestingWithin(binaryChain(40, true))) << "2^40 nodes once unfolded";

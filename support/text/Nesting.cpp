@@ -1,5 +1,7 @@
 #include "support/text/Nesting.hpp"
 
+#include <vector>
+
 namespace quorv::nesting {
 
 bool jsonWithin(std::string_view text, int limit) {
@@ -63,8 +65,22 @@ std::size_t tagEnd(std::string_view text, std::size_t i) {
 
 }  // namespace
 
+// The element name of the tag that starts at i ("<name …>" or "</name>").
+std::string_view tagName(std::string_view text, std::size_t i, std::size_t end) {
+    std::size_t from = i + 1;
+    if (from < end && text[from] == '/') ++from;
+    std::size_t to = from;
+    while (to < end && text[to] != '>' && text[to] != '/' && text[to] != ' ' && text[to] != '\t' &&
+           text[to] != '\n' && text[to] != '\r') {
+        ++to;
+    }
+    return text.substr(from, to - from);
+}
+
 bool xmlWithin(std::string_view text, int limit) {
-    int depth = 0;
+    // The open elements' names: an end tag must close the innermost one, else the text is refused,
+    // so no parser that reads end tags differently can be led deeper than counted here.
+    std::vector<std::string_view> open;
     std::size_t i = 0;
     while ((i = text.find('<', i)) != std::string_view::npos) {
         if (const auto past = skipped(text, i); past != std::string_view::npos) {
@@ -78,12 +94,13 @@ bool xmlWithin(std::string_view text, int limit) {
         }
         const auto end = tagEnd(text, i);
         if (end == std::string_view::npos) return true;  // a torn tag: the parser refuses it
-        const bool closing = text[i + 1] == '/';
-        const bool empty = text[end - 2] == '/';
-        if (closing) {
-            if (depth > 0) --depth;
-        } else if (!empty && ++depth > limit) {
-            return false;
+        const std::string_view name = tagName(text, i, end);
+        if (text[i + 1] == '/') {
+            if (open.empty() || open.back() != name) return false;
+            open.pop_back();
+        } else if (text[end - 2] != '/') {
+            if (open.size() >= static_cast<std::size_t>(limit)) return false;
+            open.push_back(name);
         }
         i = end;
     }

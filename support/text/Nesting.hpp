@@ -16,6 +16,7 @@ bool jsonWithin(std::string_view text, int limit = maxDepth);
 
 // True when the XML text nests no more than limit elements inside each other. Comments, CDATA
 // sections and processing instructions are skipped; empty-element tags ("<true/>") don't nest.
+// An end tag that doesn't close the innermost open element makes the text refused.
 bool xmlWithin(std::string_view text, int limit = maxDepth);
 
 }  // namespace quorv::nesting
