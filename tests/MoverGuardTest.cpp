@@ -79,6 +79,9 @@ TEST(MoverGuard, BrimstellsOwnStateAndWhatHoldsItStay) {
     m.s.mac.writeFile("~/Library/Application Support/Brimstell/history/history.json", "[]");
     testing_support::makeFolders(m.home("Documents"));
     ASSERT_EQ(::symlink(m.appSupport("").c_str(), m.home("Documents/via").c_str()), 0);
+    // The health history kept elsewhere through a link: where it leads is kept too.
+    m.s.mac.writeFile("~/Documents/kept/health.json", "{}");
+    ASSERT_EQ(::symlink(m.home("Documents/kept").c_str(), m.appSupport("health-history.json").c_str()), 0);
     expectRefusals({
         {m.appSupport("history"), ownText},
         {m.appSupport("history/"), ownText},
@@ -97,6 +100,7 @@ TEST(MoverGuard, BrimstellsOwnStateAndWhatHoldsItStay) {
         {m.home("library/APPLICATION SUPPORT/brimstell/History"), ownText},  // a Mac ignores case
         {m.home("Documents/via/history"), ownText},                          // through a linked folder
         {m.home("Documents/via"), std::nullopt},                             // the link itself moves
+        {m.home("Documents/kept/health.json"), ownText},                    // what a link of ours leads to
         {m.appSupport("other.txt"), std::nullopt},
         {m.home("Library/Preferences/com.example.plist"), std::nullopt},
         {m.home("Library/Caches/x"), std::nullopt},

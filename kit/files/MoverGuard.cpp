@@ -53,10 +53,13 @@ std::string resolvedFolders(const std::string& path) {
     }
 }
 
-// Both spellings of a path worth comparing: as written, and with its folders' links resolved.
-std::vector<std::string> spellings(const std::string& path) {
+// Both spellings of a path worth comparing: as written, and with its folders' links resolved
+// (with its own last link too, for a place of Brimstell's own: what it leads to is what is kept).
+std::vector<std::string> spellings(const std::string& path, bool followLast = false) {
     std::vector<std::string> out{comparable(path)};
-    const std::string resolved = comparable(resolvedFolders(path));
+    char buf[PATH_MAX];
+    const bool whole = followLast && ::realpath(path.c_str(), buf) != nullptr;
+    const std::string resolved = comparable(whole ? std::string(buf) : resolvedFolders(path));
     if (resolved != out.front()) out.push_back(resolved);
     return out;
 }
@@ -64,7 +67,7 @@ std::vector<std::string> spellings(const std::string& path) {
 bool touchesOwnState(const std::string& path) {
     const auto mine = spellings(path);
     for (const auto& own : MoverGuard::ownState()) {
-        for (const auto& o : spellings(own)) {
+        for (const auto& o : spellings(own, true)) {
             for (const auto& p : mine) {
                 if (sameOrInside(p, o) || sameOrInside(o, p)) return true;
             }
