@@ -223,6 +223,7 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     std::vector<std::pair<std::size_t, std::string>> failed;
     std::map<std::string, std::string> reasons;
 
+    const MoverGuard guard;  // what no item may be, worked out once for the whole list
     auto moveOne = [&](std::size_t index) {
         const std::string& given = paths[index];
         const std::string path = MoverGuard::tidy(given);  // recorded without a trailing "/", so it restores
@@ -231,7 +232,7 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
             failed.emplace_back(index, given);
             reasons.emplace(given, std::move(why));
         };
-        if (auto why = MoverGuard::refusal(given)) return fail(std::move(*why));
+        if (auto why = guard.refusalOf(given)) return fail(std::move(*why));
         if ((isCloudSynced(path) || isUbiquitous(path)) &&
             unsyncedCacheNames().count(lastComponent(comparable(path))) == 0) {
             fail(syncedReason);

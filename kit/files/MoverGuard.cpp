@@ -28,7 +28,7 @@ std::string lowered(std::string s) {
 }
 
 // Mac volumes ignore case by default: compare as they would.
-std::string comparable(const std::string& path) { return quorv::host().isMac() ? lowered(path) : path; }
+std::string comparable(const std::string& path, bool mac) { return mac ? lowered(path) : path; }
 
 bool sameOrInside(const std::string& path, const std::string& folder) {
     if (folder == "/") return true;
@@ -55,25 +55,13 @@ std::string resolvedFolders(const std::string& path) {
 
 // Both spellings of a path worth comparing: as written, and with its folders' links resolved
 // (with its own last link too, for a place of Brimstell's own: what it leads to is what is kept).
-std::vector<std::string> spellings(const std::string& path, bool followLast = false) {
-    std::vector<std::string> out{comparable(path)};
+std::vector<std::string> spellings(const std::string& path, bool mac, bool followLast = false) {
+    std::vector<std::string> out{comparable(path, mac)};
     char buf[PATH_MAX];
     const bool whole = followLast && ::realpath(path.c_str(), buf) != nullptr;
-    const std::string resolved = comparable(whole ? std::string(buf) : resolvedFolders(path));
+    const std::string resolved = comparable(whole ? std::string(buf) : resolvedFolders(path), mac);
     if (resolved != out.front()) out.push_back(resolved);
     return out;
-}
-
-bool touchesOwnState(const std::string& path) {
-    const auto mine = spellings(path);
-    for (const auto& own : MoverGuard::ownState()) {
-        for (const auto& o : spellings(own, true)) {
-            for (const auto& p : mine) {
-                if (sameOrInside(p, o) || sameOrInside(o, p)) return true;
-            }
-        }
-    }
-    return false;
 }
 
 std::optional<std::string> formRefusal(const std::string& path) {
@@ -86,10 +74,11 @@ std::optional<std::string> formRefusal(const std::string& path) {
     return std::nullopt;
 }
 
-std::optional<std::string> rootRefusal(const std::string& path) {
+// The paths are the spellings of one path (as written first), in their original case.
+std::optional<std::string> rootRefusal(const std::vector<std::string>& paths) {
     const auto& h = quorv::host();
     if (h.uid != 0) return std::nullopt;
-    for (const auto& p : {path, resolvedFolders(path)}) {
+    for (const auto& p : paths) {
         const std::string system = h.systemPath(p).value_or(p);
         if (!helperRulesProtect(system)) continue;
         // A synced item says so, as it would to anyone else.
@@ -126,16 +115,35 @@ std::vector<std::string> MoverGuard::ownState() {
     };
 }
 
-bool MoverGuard::inLegacySyncFolder(const std::string& path) {
+MoverGuard::MoverGuard() : mac_(quorv::host().isMac()) {
+    for (const auto& own : ownState()) {
+        for (auto& o : spellings(own, mac_, true)) own_.push_back(std::move(o));
+    }
+    for (const auto& home : spellings(tidy(quorv::host().home), false, true)) {
+        if (home.empty() || home == "/") continue;
+        homes_.push_back(lowered(home));
+    }
+}
+
+bool MoverGuard::touchesOwnState(const std::vector<std::string>& paths) const {
+    for (const auto& p : paths) {
+        const std::string c = comparable(p, mac_);
+        for (const auto& o : own_) {
+            if (sameOrInside(c, o) || sameOrInside(o, c)) return true;
+        }
+    }
+    return false;
+}
+
+bool MoverGuard::inLegacySyncFolder(const std::vector<std::string>& paths) const {
     static constexpr std::string_view folders[] = {
         "dropbox*", "onedrive*", "google drive*", "mega*", "pcloud drive*", "box", "box/*", "box sync*", "sync", "sync/*",
     };
-    const auto& h = quorv::host();
-    for (const auto& home : spellings(tidy(h.home))) {
-        for (const auto& p : spellings(path)) {
-            const std::string lowHome = lowered(home), lowPath = lowered(p);
-            if (lowHome.empty() || lowHome == "/" || !sameOrInside(lowPath, lowHome) || lowPath == lowHome) continue;
-            const std::string relative = lowPath.substr(lowHome.size() + 1);
+    for (const auto& p : paths) {
+        const std::string low = lowered(p);
+        for (const auto& home : homes_) {
+            if (low == home || !sameOrInside(low, home)) continue;
+            const std::string relative = low.substr(home.size() + 1);
             for (auto pattern : folders) {
                 if (helperpaths::globMatch(pattern, relative)) return true;
             }
@@ -144,17 +152,20 @@ bool MoverGuard::inLegacySyncFolder(const std::string& path) {
     return false;
 }
 
-std::optional<std::string> MoverGuard::refusal(const std::string& given) {
+std::optional<std::string> MoverGuard::refusalOf(const std::string& given) const {
     if (auto why = formRefusal(given)) return why;
     const std::string path = tidy(given);
-    if (touchesOwnState(path)) return ownRecords;
-    if (inLegacySyncFolder(path) && FS::unsyncedCacheNames().count(files::nameOf(path)) == 0) return synced;
-    return rootRefusal(path);
+    std::vector<std::string> paths{path};
+    if (std::string resolved = resolvedFolders(path); resolved != path) paths.push_back(std::move(resolved));
+    if (touchesOwnState(paths)) return ownRecords;
+    if (inLegacySyncFolder(paths) && FS::unsyncedCacheNames().count(files::nameOf(path)) == 0) return synced;
+    return rootRefusal(paths);
 }
 
 std::optional<std::string> MoverGuard::restoreRefusal(const std::string& given) {
     if (formRefusal(given)) return std::string("Its original place isn't a full path.");
-    return rootRefusal(tidy(given));
+    const std::string path = tidy(given);
+    return rootRefusal({path, resolvedFolders(path)});
 }
 
 }  // namespace brimstell

@@ -8,7 +8,8 @@
 
 namespace brimstell {
 
-struct MoverGuard {
+class MoverGuard {
+public:
     // The sentences shown with a refusal.
     static constexpr const char* emptyPath = "No path was given.";
     static constexpr const char* relativePath = "Its path isn't a full path.";
@@ -16,6 +17,10 @@ struct MoverGuard {
     static constexpr const char* ownRecords = "It holds Brimstell's own records.";
     static constexpr const char* synced = "It is synced to the cloud: removing it here would remove it everywhere.";
     static constexpr const char* protectedPath = "It is protected: the helper never touches it.";
+
+    // Takes the current host's own-state places and home, with their links resolved, once: a
+    // mover checking many items builds one guard (the checks are then one realpath per item).
+    MoverGuard();
 
     // Why path must not be moved to the Trash, or nullopt when it may be. In this order:
     // - the path's form: empty, not absolute, or with a "." or ".." component (trailing and
@@ -26,7 +31,9 @@ struct MoverGuard {
     // - run as root (host().uid == 0), whatever the helper's protected-path rules protect.
     // Paths are also compared with their folders' links resolved, and without regard to case on
     // a Mac, so another spelling of the same place is refused as well.
-    static std::optional<std::string> refusal(const std::string& path);
+    std::optional<std::string> refusalOf(const std::string& path) const;
+    // The same with a guard of its own.
+    static std::optional<std::string> refusal(const std::string& path) { return MoverGuard().refusalOf(path); }
 
     // Why an item must not be put back at path: a path that isn't a plain full one ("Its original
     // place isn't a full path."), and whatever the helper's rules protect when run as root.
@@ -37,11 +44,16 @@ struct MoverGuard {
     // stash.
     static std::vector<std::string> ownState();
 
-    // True for a location inside one of the home's older sync folders (see refusal).
-    static bool inLegacySyncFolder(const std::string& path);
-
     // The path without doubled or trailing slashes ("/" stays "/").
     static std::string tidy(const std::string& path);
+
+private:
+    bool touchesOwnState(const std::vector<std::string>& spellings) const;
+    bool inLegacySyncFolder(const std::vector<std::string>& spellings) const;
+
+    bool mac_;
+    std::vector<std::string> own_;    // every spelling of every own place, as compared
+    std::vector<std::string> homes_;  // the home's spellings, lower case
 };
 
 }  // namespace brimstell
