@@ -221,4 +221,14 @@ TEST(MoverGuardCli, EmptyRelativeAndSlashedPathsRoundTrip) {
                           h + "/Dropbox: not moved: " + syncedText + "\n");
 }
 
+TEST(MoverGuardCli, RootIsRefusedWhatTheHelperProtects) {
+    if (::geteuid() != 0) GTEST_SKIP() << "the helper's rules apply only to a process run as root";
+    Cli c;
+    const std::string tool = c.mac.writeFile("/usr/bin/tool", "#!/bin/sh\n");
+    const auto r = c.run(c.mac.home(), {"trash", tool});
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.output, tool + ": not moved: " + protectedText + "\n");
+    EXPECT_EQ(testing_support::readText(tool), "#!/bin/sh\n");
+}
+
 }  // namespace
