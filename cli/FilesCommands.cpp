@@ -5,7 +5,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -19,6 +21,7 @@
 #include "kit/files/Admin.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/History.hpp"
+#include "kit/files/MoverGuard.hpp"
 #include "kit/files/TrashBin.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
@@ -61,12 +64,27 @@ std::vector<HelperOutcome> handToHelper(const std::vector<std::string>& paths) {
 
 namespace {
 
-std::string absolute(const std::string& path) {
-    if (!path.empty() && path[0] == '/') return path;
-    std::string cwd(4096, '\0');
-    if (!::getcwd(cwd.data(), cwd.size())) return path;
-    cwd.resize(cwd.find('\0'));
-    return (cwd == "/" ? "" : cwd) + "/" + path;
+// The path as the mover takes it: absolute from the working folder, with no doubled or trailing
+// "/" (what tab completion types after a folder), and its folder's links resolved, so that "..",
+// "." and a linked folder name the place the kernel would. An empty path stays empty: the mover
+// refuses it with a sentence, where the working folder would otherwise be moved.
+std::string absolute(const std::string& given) {
+    if (given.empty()) return given;
+    std::string path = given;
+    if (path[0] != '/') {
+        std::string cwd(PATH_MAX, '\0');
+        if (!::getcwd(cwd.data(), cwd.size())) return given;
+        cwd.resize(cwd.find('\0'));
+        path = (cwd == "/" ? "" : cwd) + "/" + path;
+    }
+    path = brimstell::MoverGuard::tidy(path);
+    const std::string name = quorv::files::nameOf(path);
+    const bool dots = name == "." || name == "..";
+    char real[PATH_MAX];
+    if (::realpath((dots ? path : quorv::files::parentOf(path)).c_str(), real) == nullptr) return path;
+    const std::string folder(real);
+    if (dots) return folder;
+    return (folder == "/" ? "" : folder) + "/" + name;
 }
 
 // Whether renaming path out of its folder needs more than this account may do: a folder it can't
@@ -145,7 +163,9 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         TrashLine line;
         line.path = absolute(g);
         struct stat st{};
-        if (::lstat(line.path.c_str(), &st) != 0) {
+        if (auto why = brimstell::MoverGuard::refusal(line.path)) {
+            line.reason = *why;
+        } else if (::lstat(line.path.c_str(), &st) != 0) {
             line.reason = "Nothing is there.";
         } else if (userCannotMove(line.path)) {
             helpers.push_back(line.path);
@@ -224,7 +244,7 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         } else if (line.reason.empty()) {
             fmt::print("{}: moved with {}\n", shownPath(line.path), shownPath(line.withFolder));
         } else {
-            fmt::print("{}: not moved: {}\n", shownPath(line.path), line.reason);
+            fmt::print("{}: not moved: {}\n", line.path.empty() ? "\"\"" : shownPath(line.path), line.reason);
         }
     }
     if (movedCount > 0) fmt::print("Freed {}.\n", quorv::formatSize(freed));

@@ -16,6 +16,7 @@
 
 #include "kit/files/FileEvents.hpp"
 #include "kit/files/History.hpp"
+#include "kit/files/MoverGuard.hpp"
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
@@ -196,7 +197,7 @@ std::vector<std::size_t> withoutDescendants(const std::vector<std::string>& path
     std::vector<std::size_t> kept;
     for (std::size_t i = 0; i < keys.size(); ++i) {
         const std::string& k = keys[i];
-        if (k.empty() || !taken.insert(k).second) continue;
+        if (!taken.insert(k).second) continue;  // an empty path stays, for the mover to refuse
         bool inside = false;
         for (std::size_t slash = k.find('/', 1); slash != std::string::npos && !inside; slash = k.find('/', slash + 1)) {
             inside = listed.count(k.substr(0, slash)) > 0;
@@ -222,13 +223,16 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     std::vector<std::pair<std::size_t, std::string>> failed;
     std::map<std::string, std::string> reasons;
 
+    const MoverGuard guard;  // what no item may be, worked out once for the whole list
     auto moveOne = [&](std::size_t index) {
-        const std::string& path = paths[index];
+        const std::string& given = paths[index];
+        const std::string path = MoverGuard::tidy(given);  // recorded without a trailing "/", so it restores
         auto fail = [&](std::string why) {
             std::lock_guard lock(mutex);
-            failed.emplace_back(index, path);
-            reasons.emplace(path, std::move(why));
+            failed.emplace_back(index, given);
+            reasons.emplace(given, std::move(why));
         };
+        if (auto why = guard.refusalOf(given)) return fail(std::move(*why));
         if ((isCloudSynced(path) || isUbiquitous(path)) &&
             unsyncedCacheNames().count(lastComponent(comparable(path))) == 0) {
             fail(syncedReason);
@@ -238,8 +242,8 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
             fail(noTrashReason);
             return;
         }
-        const auto given = sizes.find(path);
-        const std::int64_t bytes = given != sizes.end() ? given->second : size(path);
+        const auto known = sizes.find(given);
+        const std::int64_t bytes = known != sizes.end() ? known->second : size(path);
         std::string error;
         const auto location = trashBackend->moveToTrash(path, error);
         if (!location) {

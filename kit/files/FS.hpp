@@ -57,6 +57,9 @@ struct FS {
 
     // Moves items of the user's own account to the Trash (host().trash), concurrently, and records
     // what moved in the cleaning history under source, then posts FileEvents::sweepDidClean.
+    // - What MoverGuard::refusal refuses (an empty, relative or dotted path, Brimstell's own
+    //   state, the home's older sync folders, and as root what the helper protects) fails with its
+    //   sentence. A path is moved and recorded without doubled or trailing slashes.
     // - A path whose ancestor is also listed is left out, so nothing moves twice (exact
     //   duplicates count once as well).
     // - A cloud-synced or ubiquitous item is refused (failed, untouched) unless its own name is

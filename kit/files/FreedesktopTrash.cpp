@@ -103,20 +103,9 @@ std::optional<std::pair<TrashDir, std::string>> trashOf(std::string location) {
     return std::nullopt;
 }
 
+// A regular file's text; a FIFO or device in a .trashinfo's place is refused without waiting.
 std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes) {
-    UniqueFd fd(::openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat st{};
-    if (!fd || ::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
-    std::string out;
-    char buf[8192];
-    for (;;) {
-        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return std::nullopt;
-        if (n == 0) return out;
-        if (out.size() + static_cast<std::size_t>(n) > maxBytes) return std::nullopt;
-        out.append(buf, static_cast<std::size_t>(n));
-    }
+    return files::readAt(dirFd, name, maxBytes);
 }
 
 bool writeAll(int fd, std::string_view data) {

@@ -18,6 +18,7 @@
 #include "kit/files/FS.hpp"
 #include "kit/files/FileEvents.hpp"
 #include "kit/files/LinkSafe.hpp"
+#include "kit/files/MoverGuard.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/FileLock.hpp"
@@ -157,32 +158,13 @@ std::string History::lockPath() const { return quorv::files::parentOf(file_) + "
 // Reads the file when its text changed since it was last read or written. A file that can't be
 // read or decoded is set aside under the lock and the history starts empty.
 void History::refreshLocked(bool haveFileLock) {
-    quorv::UniqueFd fd(::open(file_.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
-    if (!fd && errno == ENOENT) {
+    // A FIFO, a device or a link in the file's place is unreadable (set aside below), never waited on.
+    const std::optional<std::string> text = quorv::files::read(file_, maxFileBytes);
+    if (!text && errno == ENOENT) {
         entries_.clear();
         stamp_.reset();
         blocked_ = false;
         return;
-    }
-    std::optional<std::string> text;
-    if (fd) {
-        struct stat st{};
-        if (::fstat(fd.get(), &st) == 0 && S_ISREG(st.st_mode)) {
-            std::string data;
-            char buf[65536];
-            bool ok = true;
-            for (;;) {
-                const ssize_t n = ::read(fd.get(), buf, sizeof buf);
-                if (n < 0 && errno == EINTR) continue;
-                if (n < 0 || data.size() + static_cast<std::size_t>(n) > maxFileBytes) {
-                    ok = false;
-                    break;
-                }
-                if (n == 0) break;
-                data.append(buf, static_cast<std::size_t>(n));
-            }
-            if (ok) text = std::move(data);
-        }
     }
     if (text) {
         const std::pair<std::size_t, std::size_t> stamp{text->size(), textHash(*text)};
@@ -416,6 +398,7 @@ std::string History::restoredName(const std::string& name, int n) {
 
 RestoreResult History::putBack(const HistoryEntry& e) {
     if (e.restoredTo) return failure(RestoreError::gone);
+    if (auto why = MoverGuard::restoreRefusal(e.original)) return failure(std::move(*why));
     if (e.isRoot()) {
         RootRestorer restorer;
         {

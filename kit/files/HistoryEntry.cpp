@@ -3,6 +3,7 @@
 #include <cmath>
 #include <limits>
 
+#include "support/text/Nesting.hpp"
 #include "support/text/Utf8.hpp"
 
 namespace brimstell {
@@ -142,6 +143,7 @@ std::string encodeHistory(const std::vector<HistoryEntry>& entries) {
 }
 
 std::optional<std::vector<HistoryEntry>> decodeHistory(std::string_view text) {
+    if (!quorv::nesting::jsonWithin(text)) return std::nullopt;
     Json list = Json::parse(text.begin(), text.end(), nullptr, false);
     if (list.is_discarded() || !list.is_array()) return std::nullopt;
     std::vector<HistoryEntry> entries;

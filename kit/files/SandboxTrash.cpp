@@ -19,12 +19,14 @@
 #include "support/host/Host.hpp"
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
+#include "support/text/Nesting.hpp"
 
 namespace brimstell {
 
 using quorv::host;
 using quorv::UniqueFd;
 namespace files = quorv::files;
+namespace nesting = quorv::nesting;
 
 namespace {
 
@@ -78,7 +80,7 @@ std::string fileID(int dirFd, const std::string& name) {
 Ledger load(const std::string& trash) {
     Ledger ledger;
     const auto text = files::read(trash + "/" + ledgerName, 16u << 20);
-    if (!text) return ledger;
+    if (!text || !nesting::jsonWithin(*text)) return ledger;
     const auto json = nlohmann::json::parse(*text, nullptr, false);
     if (!json.is_object()) return ledger;
     for (const auto& [key, value] : json.items()) {

@@ -4,6 +4,7 @@
 
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
+#include "support/text/Nesting.hpp"
 
 namespace brimstell {
 
@@ -27,6 +28,7 @@ std::string WidgetSnapshot::json() const {
 }
 
 std::optional<WidgetSnapshot> WidgetSnapshot::fromJson(const std::string& text) {
+    if (!quorv::nesting::jsonWithin(text)) return std::nullopt;
     auto j = nlohmann::json::parse(text, nullptr, false);
     if (j.is_discarded() || !j.is_object()) return std::nullopt;
     WidgetSnapshot s;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "support/plist/PlistNesting.hpp"
 #include "support/posix/Files.hpp"
 
 namespace quorv::plist {
@@ -19,9 +20,16 @@ struct Freer {
 };
 using Node = std::unique_ptr<void, Freer>;
 
-std::optional<Value> fromNode(plist_t node, int depth) {
-    if (!node || depth > 256) return std::nullopt;
-    switch (plist_get_node_type(node)) {
+// depth counts the containers around node; a container deeper than nesting::maxDepth sets tooDeep,
+// which fails the whole parse rather than dropping the part quietly.
+std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
+    if (!node) return std::nullopt;
+    const auto type = plist_get_node_type(node);
+    if ((type == PLIST_ARRAY || type == PLIST_DICT) && depth >= nesting::maxDepth) {
+        tooDeep = true;
+        return std::nullopt;
+    }
+    switch (type) {
         case PLIST_BOOLEAN: {
             uint8_t b = 0;
             plist_get_bool_val(node, &b);
@@ -61,7 +69,7 @@ std::optional<Value> fromNode(plist_t node, int depth) {
             Value::Array a;
             const uint32_t n = plist_array_get_size(node);
             for (uint32_t i = 0; i < n; ++i) {
-                auto item = fromNode(plist_array_get_item(node, i), depth + 1);
+                auto item = fromNode(plist_array_get_item(node, i), depth + 1, tooDeep);
                 if (item) a.push_back(std::move(*item));
             }
             return Value(std::move(a));
@@ -78,7 +86,7 @@ std::optional<Value> fromNode(plist_t node, int depth) {
                     std::free(key);
                     break;
                 }
-                auto item = fromNode(val, depth + 1);
+                auto item = fromNode(val, depth + 1, tooDeep);
                 if (item && key) d.emplace_back(key, std::move(*item));
                 std::free(key);
             }
@@ -127,11 +135,16 @@ plist_t toNode(const Value& v) {
 
 std::optional<Value> parse(std::string_view bytes) {
     if (bytes.empty() || bytes.size() > UINT32_MAX) return std::nullopt;
+    // libplist recurses once per level while parsing and freeing: measure before it looks.
+    if (!nestingWithin(bytes)) return std::nullopt;
     plist_t root = nullptr;
     plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
     if (!root) return std::nullopt;
     Node owner(root);
-    return fromNode(root, 0);
+    bool tooDeep = false;
+    auto value = fromNode(root, 0, tooDeep);
+    if (tooDeep) return std::nullopt;
+    return value;
 }
 
 std::optional<Value> readFile(const std::string& path) {

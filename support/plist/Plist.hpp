@@ -9,7 +9,8 @@
 
 namespace quorv::plist {
 
-// Parses either format; nullopt when the bytes are not a property list.
+// Parses either format; nullopt when the bytes are not a property list, or nest deeper than
+// nesting::maxDepth (see PlistNesting.hpp).
 std::optional<Value> parse(std::string_view bytes);
 // Reads a property-list file; nullopt when it is missing or not a property list.
 std::optional<Value> readFile(const std::string& path);

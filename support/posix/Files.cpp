@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <random>
 
 #include <fmt/format.h>
@@ -30,24 +31,40 @@ std::string nameOf(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::optional<std::string> read(const std::string& path, std::size_t maxBytes) {
-    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
+std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes) {
+    UniqueFd fd(::openat(dirFd, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
     if (!fd) return std::nullopt;
     struct stat st{};
-    if (::fstat(fd.get(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    if (::fstat(fd.get(), &st) != 0) return std::nullopt;
+    if (!S_ISREG(st.st_mode)) {
+        errno = EINVAL;
+        return std::nullopt;
+    }
+    if (static_cast<std::uintmax_t>(st.st_size) > maxBytes) {
+        errno = EFBIG;
+        return std::nullopt;
+    }
     std::string out;
     char buf[65536];
     for (;;) {
-        ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
         if (n < 0) {
             if (errno == EINTR) continue;
             return std::nullopt;
         }
         if (n == 0) break;
-        if (out.size() + static_cast<std::size_t>(n) > maxBytes) return std::nullopt;
+        // The file may grow while it is read: the cap holds for what is read, too.
+        if (out.size() + static_cast<std::size_t>(n) > maxBytes) {
+            errno = EFBIG;
+            return std::nullopt;
+        }
         out.append(buf, static_cast<std::size_t>(n));
     }
     return out;
+}
+
+std::optional<std::string> read(const std::string& path, std::size_t maxBytes) {
+    return readAt(AT_FDCWD, path, maxBytes);
 }
 
 bool makeFolders(const std::string& path, mode_t mode) {

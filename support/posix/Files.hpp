@@ -10,8 +10,13 @@
 
 namespace quorv::files {
 
-// The whole file; nullopt when it can't be opened or is larger than maxBytes. Follows no final link.
+// The whole file; nullopt when it can't be opened, is not a regular file or is larger than
+// maxBytes. Follows no final link, and opens without blocking, so a FIFO or a device put in a
+// file's place is refused at once instead of hanging the reader. On nullopt errno tells why:
+// ENOENT when nothing is there, EINVAL for a non-regular file, EFBIG for one that is too large.
 std::optional<std::string> read(const std::string& path, std::size_t maxBytes = 64u << 20);
+// The same for the entry name in the open folder dirFd.
+std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes = 64u << 20);
 
 // Writes a temporary file in the same folder, syncs it, renames it over path and syncs the folder,
 // so a reader sees the old file or the new one, never a part. Creates missing parent folders.
