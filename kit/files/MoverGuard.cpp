@@ -16,9 +16,12 @@ namespace {
 
 namespace files = quorv::files;
 
-// The helper's protected-path rules, applied to what root moves or puts back itself. This is the
-// Mac table; a platform's own table replaces the call here once it exists.
-bool helperRulesProtect(const std::string& systemPath) { return HelperFiles::isProtected(systemPath); }
+// The helper's protected-path rules of this platform, applied to what root moves or puts back itself.
+bool helperRulesProtect(const std::string& systemPath) {
+    const auto& h = quorv::host();
+    if (h.isMac()) return HelperFiles::isProtected(systemPath);
+    return HelperFiles::isProtected(systemPath, HelperRules::linux, h.systemPath(h.home).value_or(std::string()));
+}
 
 std::string lowered(std::string s) {
     for (char& c : s) {
@@ -101,7 +104,7 @@ std::string MoverGuard::tidy(const std::string& path) {
 
 std::vector<std::string> MoverGuard::ownState() {
     const auto& h = quorv::host();
-    const std::string movedLog = h.path(HelperFiles::movedLog);
+    const std::string movedLog = h.path(h.isMac() ? HelperFiles::movedLog : HelperFiles::linuxMovedLog);
     return {
         files::parentOf(History::defaultFile()),
         h.settingsFile(),
