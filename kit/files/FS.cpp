@@ -20,6 +20,7 @@
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/process/Shell.hpp"
+#include "support/text/Uuid.hpp"
 
 #ifdef __APPLE__
 #include "kit/files/FSMac.hpp"
@@ -216,9 +217,14 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     const std::vector<std::size_t> kept = withoutDescendants(paths);
     const auto trashBackend = quorv::host().trash;
 
+    History& history = History::shared();
+    const std::string session = quorv::newUuid();
+    const double now = quorv::host().now();
+
     std::mutex mutex;  // guards everything below it
     std::int64_t freed = 0;
     std::vector<std::pair<std::size_t, MovedItem>> moved;
+    std::vector<std::pair<std::size_t, HistoryEntry>> recorded;
     std::vector<std::pair<std::size_t, std::string>> failed;
     std::map<std::string, std::string> reasons;
 
@@ -241,14 +247,20 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
         const auto given = sizes.find(path);
         const std::int64_t bytes = given != sizes.end() ? given->second : size(path);
         std::string error;
-        const auto location = trashBackend->moveToTrash(path, error);
+        std::string original;
+        const auto location = trashBackend->moveToTrash(path, error, original);
         if (!location) {
             fail(error.empty() ? "It could not be moved to the Trash." : error);
             return;
         }
+        // In the history (its journal) before this mover takes the next item.
+        MovedItem item{path, location, bytes};
+        HistoryEntry entry = History::entryFor(item, original, session, source, now);
+        history.journal(entry);
         std::lock_guard lock(mutex);
         freed += bytes;
-        moved.emplace_back(index, MovedItem{path, location, bytes});
+        moved.emplace_back(index, std::move(item));
+        recorded.emplace_back(index, std::move(entry));
     };
 
     // A few movers; each takes the next item until none is left. Moves are mostly renames, and a
@@ -283,6 +295,7 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     for (auto& t : threads) t.join();
 
     std::sort(moved.begin(), moved.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::sort(recorded.begin(), recorded.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::sort(failed.begin(), failed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     TrashResult result;
     result.freed = freed;
@@ -290,7 +303,10 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     for (auto& f : failed) result.failed.push_back(std::move(f.second));
     result.reasons = std::move(reasons);
 
-    if (!result.moved.empty()) History::shared().record(result.moved, source, quorv::host().now());
+    std::vector<HistoryEntry> batch;
+    batch.reserve(recorded.size());
+    for (auto& r : recorded) batch.push_back(std::move(r.second));
+    if (!batch.empty()) history.fold(batch);
     FileEvents::post(FileEvents::sweepDidClean);
     return result;
 }

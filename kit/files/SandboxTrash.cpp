@@ -12,7 +12,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "kit/files/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
+#include "kit/files/ItemFolder.hpp"
 #include "kit/files/TrashInfo.hpp"
 #include "kit/files/TrashNames.hpp"
 #include "kit/files/TrashTexts.hpp"
@@ -23,6 +24,7 @@
 namespace brimstell {
 
 using quorv::host;
+using quorv::LinkSafe;
 using quorv::UniqueFd;
 namespace files = quorv::files;
 
@@ -131,7 +133,7 @@ double changeTime(const struct stat& st) {
 }
 
 UniqueFd openTrash(const std::string& trash) {
-    return UniqueFd(::open(trash.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return LinkSafe::openFolder(trash, false);
 }
 
 std::optional<quorv::FileLock> lock(const std::string& trash) {
@@ -152,6 +154,11 @@ std::optional<std::string> nameInTrash(const std::string& location) {
 std::string SandboxTrash::folder() { return host().inHome(".Trash"); }
 
 std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error) {
+    std::string original;
+    return moveToTrash(given, error, original);
+}
+
+std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error, std::string& original) {
     error.clear();
     const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);
@@ -159,9 +166,11 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
         error = trashText::notMoved;
         return std::nullopt;
     }
-    UniqueFd parentFd = LinkSafe::openFolder(files::parentOf(path), true);
+    std::string realParent;
+    UniqueFd parentFd = openItemFolder(path, realParent, error);
+    if (!parentFd) return std::nullopt;
     struct stat item{};
-    if (!parentFd || ::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
         error = trashText::forError(errno);
         return std::nullopt;
     }
@@ -180,7 +189,6 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
         error = trashText::otherDisk;
         return std::nullopt;
     }
-    const std::string realParent = LinkSafe::pathOf(parentFd.get()).value_or(files::parentOf(path));
     const std::string itemPath = realParent == "/" ? "/" + name : realParent + "/" + name;
     const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trash);
     if (const char* problem = trashText::nestingProblem(itemPath, realParent, realTrash)) {
@@ -211,6 +219,7 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
         error = trashText::notMoved;
         return std::nullopt;
     }
+    original = itemPath;
     const std::string moved = fileID(trashFd.get(), used);
     if (held && !moved.empty()) {
         Ledger ledger = load(trash);

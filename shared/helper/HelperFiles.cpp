@@ -10,11 +10,11 @@
 #include <cerrno>
 
 #include "shared/helper/HelperPaths.hpp"
-#include "shared/helper/HelperRemoval.hpp"
-#include "shared/helper/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 
+using quorv::LinkSafe;
 using quorv::UniqueFd;
 
 namespace {
@@ -26,7 +26,7 @@ constexpr std::string_view usersFolder = "/Users/";
 std::optional<std::string> moveUnderFreeName(int fromDir, const std::string& fromName, int toDir, const std::string& name) {
     for (int i = 1; i <= HelperFiles::maxNameTries; ++i) {
         std::string candidate = i == 1 ? name : name + " " + std::to_string(i);
-        const int error = linksafe::renameExclusive(fromDir, fromName, toDir, candidate);
+        const int error = LinkSafe::renameNoReplace(fromDir, fromName, toDir, candidate);
         if (error == 0) return candidate;
         if (error != EEXIST) return std::nullopt;
     }
@@ -95,7 +95,7 @@ bool HelperFiles::emptyOne(int trashFd, dev_t trashDevice, const std::string& tr
     struct stat st {};
     if (::fstatat(trashFd, parts->name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
     if (!S_ISDIR(st.st_mode)) return ::unlinkat(trashFd, parts->name.c_str(), 0) == 0;
-    return helperremoval::removeTree(trashFd, parts->name, st, trashDevice);
+    return LinkSafe::removeFolder(trashFd, parts->name, st, trashDevice);
 }
 
 std::string HelperFiles::emptyTrash(const std::vector<std::string>& paths, const std::string& home) const {
@@ -145,7 +145,7 @@ bool HelperFiles::restoreOne(const std::string& pair, std::string_view log, std:
     UniqueFd folder = openFolder(target->folder);
     UniqueFd stash = openStash(log);
     if (!folder || !stash) return refuse();
-    if (linksafe::renameExclusive(trashFd.get(), inTrash->name, stash.get(), inTrash->name) != 0) return refuse();
+    if (LinkSafe::renameNoReplace(trashFd.get(), inTrash->name, stash.get(), inTrash->name) != 0) return refuse();
 
     // In the stash nobody else can touch it; make sure the file that got there is the one checked
     // (the Trash's owner could have swapped it in between).
@@ -157,7 +157,7 @@ bool HelperFiles::restoreOne(const std::string& pair, std::string_view log, std:
         const bool free = ::fstatat(folder.get(), target->name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0
                               ? errno == ENOENT
                               : sameFile(there, item);
-        if (free && linksafe::renameExclusive(stash.get(), inTrash->name, folder.get(), target->name) == 0) {
+        if (free && LinkSafe::renameNoReplace(stash.get(), inTrash->name, folder.get(), target->name) == 0) {
             (void)forget(line, log);
             reply += "OK\t" + trashPath + "\t" + original + "\n";
             return true;
