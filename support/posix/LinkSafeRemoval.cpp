@@ -35,7 +35,11 @@ UniqueFd openForEmptying(int dirFd, const std::string& name, dev_t device, ino_t
         fd.reset(::openat(dirFd, name.c_str(), LinkSafe::folderFlags));
     }
     struct stat now{};
-    if (!fd || ::fstat(fd.get(), &now) != 0 || !same(now, device, inode)) return {};
+    if (!fd) return {};
+    if (::fstat(fd.get(), &now) != 0 || !same(now, device, inode)) {
+        errno = ESTALE;  // another folder, or a link, stands there now
+        return {};
+    }
     if ((now.st_mode & S_IRWXU) != S_IRWXU) (void)::fchmod(fd.get(), (now.st_mode & 07777) | S_IRWXU);
     return fd;
 }
@@ -119,6 +123,7 @@ bool LinkSafe::removeFolder(int parentFd, const std::string& name, const struct 
         if (pass == Pass::failed) return false;
         if (pass == Pass::foundFolder) {
             UniqueFd child = openForEmptying(current.get(), sub, subStat.st_dev, subStat.st_ino, subStat.st_mode);
+            if (!child && errno == ENOENT) continue;  // removed by someone else meanwhile: list again
             if (!child) return false;
             trail.push_back({subStat.st_dev, subStat.st_ino, std::move(sub)});
             current = std::move(child);
