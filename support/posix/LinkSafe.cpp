@@ -52,6 +52,30 @@ bool plainAbsolute(const std::string& path) {
            !path.ends_with("/.") && !path.ends_with("/..");
 }
 
+// One step of a walk: the folder name in at, never a link. A link there fails with ELOOP
+// whichever flags are asked for, anything else that isn't a folder with ENOTDIR.
+UniqueFd step(int at, const std::string& name, int flags) {
+#ifdef O_PATH
+    // The entry itself first (a link is opened as a link), judged by its descriptor.
+    UniqueFd entry(::openat(at, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat st{};
+    if (!entry || ::fstat(entry.get(), &st) != 0) return {};
+    if (!S_ISDIR(st.st_mode)) {
+        errno = S_ISLNK(st.st_mode) ? ELOOP : ENOTDIR;
+        return {};
+    }
+    if (flags == LinkSafe::baseFlags) return entry;
+    return UniqueFd(::openat(entry.get(), ".", flags));
+#else
+    UniqueFd fd(::openat(at, name.c_str(), flags));
+    struct stat st{};
+    if (!fd && errno == ENOTDIR && ::fstatat(at, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) {
+        errno = ELOOP;
+    }
+    return fd;
+#endif
+}
+
 // Walks relative below baseFd: every folder on the way with baseFlags, the last with lastFlags.
 // With makeMode set, a missing folder is made (one level) and opened without following a link.
 UniqueFd walk(int baseFd, std::string_view relative, int lastFlags, std::optional<mode_t> makeMode) {
@@ -66,18 +90,12 @@ UniqueFd walk(int baseFd, std::string_view relative, int lastFlags, std::optiona
         std::string next;
         const bool last = !nextPart(rest, next);
         const int flags = last ? lastFlags : LinkSafe::baseFlags;
-        UniqueFd fd(::openat(at, part.c_str(), flags));
+        UniqueFd fd = step(at, part, flags);
         if (!fd && errno == ENOENT && makeMode) {
             if (::mkdirat(at, part.c_str(), *makeMode) != 0 && errno != EEXIST) return {};
-            fd.reset(::openat(at, part.c_str(), flags));
+            fd = step(at, part, flags);
         }
-        if (!fd) {
-            // A link on the way says so, whichever error the open gave.
-            const int e = errno;
-            struct stat st{};
-            errno = ::fstatat(at, part.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode) ? ELOOP : e;
-            return {};
-        }
+        if (!fd) return {};
         current = std::move(fd);
         at = current.get();
         if (last) return current;
