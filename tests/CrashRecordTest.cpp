@@ -1,0 +1,154 @@
+// `brimstell trash` killed with SIGKILL in the middle of a batch: everything gone from its place
+// is in the history and can be put back, and the Trash holds no empty or partial .trashinfo.
+
+#include <gtest/gtest.h>
+
+#include <dirent.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <climits>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kit/files/History.hpp"
+#include "kit/files/TrashInfo.hpp"
+#include "support/TestSupport.hpp"
+#include "support/TrashTestSupport.hpp"
+#include "support/posix/Files.hpp"
+
+namespace {
+
+using brimstell::History;
+using brimstell::HistoryEntry;
+using namespace testing_support;
+
+constexpr int items = 3000;
+
+std::string realOf(const std::string& path) {
+    char real[PATH_MAX];
+    return ::realpath(path.c_str(), real) ? std::string(real) : std::string();
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+    std::vector<std::string> out;
+    if (DIR* d = ::opendir(folder.c_str())) {
+        while (const dirent* e = ::readdir(d)) {
+            const std::string name = e->d_name;
+            if (name != "." && name != "..") out.push_back(name);
+        }
+        ::closedir(d);
+    }
+    return out;
+}
+
+// Starts the command line with the sandbox's environment (nothing of ours that steers Brimstell).
+pid_t start(const std::vector<std::string>& args, const std::map<std::string, std::string>& environment) {
+    std::map<std::string, std::string> merged;
+    for (char** e = environ; e && *e; ++e) {
+        const std::string kv(*e);
+        const auto eq = kv.find('=');
+        if (eq != std::string::npos && kv.rfind("BRIMSTELL_", 0) != 0 && kv.rfind("XDG_", 0) != 0) {
+            merged[kv.substr(0, eq)] = kv.substr(eq + 1);
+        }
+    }
+    for (const auto& [k, v] : environment) merged[k] = v;
+    std::vector<std::string> envStrings;
+    for (const auto& [k, v] : merged) envStrings.push_back(k + "=" + v);
+    std::vector<char*> envp, argv{const_cast<char*>(BRIMSTELL_CLI_EXE)};
+    for (auto& s : envStrings) envp.push_back(s.data());
+    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    envp.push_back(nullptr);
+    argv.push_back(nullptr);
+    const pid_t pid = ::fork();
+    if (pid == 0) {
+        ::freopen("/dev/null", "w", stdout);
+        ::execve(BRIMSTELL_CLI_EXE, argv.data(), envp.data());
+        ::_exit(127);
+    }
+    return pid;
+}
+
+struct CrashPlace {
+    const char* name;
+    std::shared_ptr<void> keep;  // the sandbox
+    std::shared_ptr<quorv::Host> host;
+    std::map<std::string, std::string> environment;
+    std::string folder;       // where the items lie (a real path)
+    std::string infoFolder;   // the Trash's info/ folder, when it has one
+};
+
+CrashPlace macPlace() {
+    auto s = std::make_shared<SandboxHost>();
+    auto env = s->mac.environment();
+    env["TZ"] = "UTC";
+    return {"sandbox Mac", s, s->host, env, realOf(s->mac.home()) + "/Junk", ""};
+}
+
+CrashPlace linuxPlace() {
+    auto l = std::make_shared<LinuxTrashHost>();
+    return {"freedesktop Trash", l, l->host, l->toolEnvironment(), l->home + "/junk", l->trash + "/info"};
+}
+
+TEST(CrashRecord, KilledMidBatchLosesNothingFromTheHistory) {
+    for (auto make : {macPlace, linuxPlace}) {
+        CrashPlace p = make();
+        quorv::HostScope scope(p.host);
+        makeFolders(p.folder);
+        std::vector<std::string> args{"trash"};
+        for (int i = 0; i < items; ++i) {
+            const std::string name = (i % 500 == 7 ? "odd\nname \xff " : "item ") + std::to_string(i);
+            writeBytes(p.folder + "/" + name, std::to_string(i));
+            args.push_back(p.folder + "/" + name);
+        }
+        const pid_t pid = start(args, p.environment);
+        ASSERT_GT(pid, 0);
+        // Killed once a good part has moved: bounded by the number of looks, not by a clock.
+        for (int look = 0; look < 200'000 && namesIn(p.folder).size() > items - 200; ++look) {
+            std::this_thread::sleep_for(std::chrono::microseconds(200));
+        }
+        ::kill(pid, SIGKILL);
+        int status = 0;
+        ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+        EXPECT_TRUE(WIFSIGNALED(status)) << p.name << ": the batch ended before the kill";
+
+        std::set<std::string> left;
+        for (const auto& n : namesIn(p.folder)) left.insert(p.folder + "/" + n);
+        std::map<std::string, HistoryEntry> recorded;
+        for (const auto& e : History::shared().entries()) recorded[e.original] = e;
+        std::vector<HistoryEntry> toRestore;
+        int unrecorded = 0;
+        for (std::size_t i = 1; i < args.size(); ++i) {
+            if (left.count(args[i])) continue;
+            const auto it = recorded.find(args[i]);
+            // Only an item caught between its move and its line (one per mover) may lack one.
+            if (it == recorded.end()) {
+                ++unrecorded;
+                continue;
+            }
+            toRestore.push_back(it->second);
+        }
+        EXPECT_LE(unrecorded, 4) << p.name;
+        EXPECT_GT(toRestore.size(), 100u) << p.name;
+        for (const auto& r : History::shared().restore(toRestore)) EXPECT_TRUE(r.ok()) << p.name << ": " << r.message();
+        for (const auto& e : toRestore) {
+            EXPECT_EQ(readText(e.original), e.original.substr(e.original.rfind(' ') + 1)) << p.name << ": " << e.original;
+        }
+        // Every .trashinfo is whole: a path and a date.
+        for (const auto& n : p.infoFolder.empty() ? std::vector<std::string>() : namesIn(p.infoFolder)) {
+            if (!n.ends_with(".trashinfo")) continue;
+            const auto info = brimstell::TrashInfo::parse(readText(p.infoFolder + "/" + n), p.host->calendar);
+            EXPECT_TRUE(info.path && info.deletionDate) << p.name << ": " << n;
+        }
+    }
+}
+
+}  // namespace
