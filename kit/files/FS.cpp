@@ -19,6 +19,8 @@
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
+#include "support/posix/Files.hpp"
+#include "support/posix/LinkSafe.hpp"
 #include "support/process/Shell.hpp"
 #include "support/text/Uuid.hpp"
 
@@ -207,6 +209,25 @@ std::vector<std::size_t> withoutDescendants(const std::vector<std::string>& path
     return kept;
 }
 
+std::optional<FileID> identityAt(const std::string& path) {
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
+    return FileID{static_cast<std::int64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+}
+
+// The history entry of an item about to move: where it is (its folder's links resolved), and its
+// identity there, which a move to the Trash keeps.
+HistoryEntry announced(const std::string& path, std::int64_t bytes, const std::string& session,
+                       const std::optional<std::string>& source, double now) {
+    const std::string plain = comparable(path);
+    const std::string folder = quorv::LinkSafe::resolve(quorv::files::parentOf(plain)).value_or(quorv::files::parentOf(plain));
+    const std::string name = quorv::files::nameOf(plain);
+    HistoryEntry e = History::entryFor(MovedItem{plain, std::nullopt, bytes}, folder == "/" ? "/" + name : folder + "/" + name,
+                                       session, source, now);
+    e.fileID = identityAt(plain).value_or(FileID{});
+    return e;
+}
+
 constexpr const char* syncedReason = "It is synced to the cloud: removing it here would remove it everywhere.";
 constexpr const char* noTrashReason = "There is no Trash to move it to.";
 
@@ -246,16 +267,22 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
         }
         const auto given = sizes.find(path);
         const std::int64_t bytes = given != sizes.end() ? given->second : size(path);
+        // Announced in the history's journal before the move and confirmed right after it, so
+        // that a crash at any point leaves it findable.
+        HistoryEntry entry = announced(path, bytes, session, source, now);
+        history.journal(entry);
         std::string error;
         std::string original;
         const auto location = trashBackend->moveToTrash(path, error, original);
         if (!location) {
+            history.journalDropped(entry.id);
             fail(error.empty() ? "It could not be moved to the Trash." : error);
             return;
         }
-        // In the history (its journal) before this mover takes the next item.
         MovedItem item{path, location, bytes};
-        HistoryEntry entry = History::entryFor(item, original, session, source, now);
+        entry.original = original;
+        entry.trashed = location;
+        entry.fileID = identityAt(*location).value_or(*entry.fileID);
         history.journal(entry);
         std::lock_guard lock(mutex);
         freed += bytes;

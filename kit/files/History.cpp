@@ -235,21 +235,58 @@ bool History::saveLocked() {
 
 std::string History::journalPath() const { return quorv::files::parentOf(file_) + "/history.journal"; }
 
-// Adds the journal's entries that the list lacks (by id); a line that can't be read (the last
-// one of a process killed mid-write) is skipped. True when there was a journal to read.
+namespace {
+
+// Where an item announced before its move (an entry without a Trash path) ended up, when its
+// mover died before saying: still at its place means it never moved; else it is looked for in the
+// Trash by its identity, and the Trash's own record of its place is preferred.
+std::optional<HistoryEntry> settled(HistoryEntry e, std::optional<std::vector<quorv::TrashedItem>>& trashed) {
+    struct stat st{};
+    if (!e.fileID || (::lstat(e.original.c_str(), &st) == 0 && sameFile(st, *e.fileID))) return std::nullopt;
+    const auto trash = quorv::host().trash;
+    if (!trash) return std::nullopt;
+    if (!trashed) trashed = trash->list();
+    for (const auto& item : *trashed) {
+        if (::lstat(item.location.c_str(), &st) != 0 || !sameFile(st, *e.fileID)) continue;
+        e.trashed = item.location;
+        if (item.originalPath) e.original = *item.originalPath;
+        return e;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+// Adds the journal's entries that the list lacks (by id). A later line of an id replaces an
+// earlier one: an announcement, then the moved item, or {"id", "dropped"} for an item that didn't
+// move. A line that can't be read (the last one of a process killed mid-write) is skipped.
+// True when there was a journal to read.
 bool History::replayLocked() {
     const auto text = quorv::files::read(journalPath(), maxFileBytes);
     if (!text) return false;
-    std::set<std::string> known;
-    for (const auto& e : entries_) known.insert(e.id);
+    std::vector<std::string> order;
+    std::map<std::string, std::optional<HistoryEntry>> lines;
     std::string_view rest(*text);
     while (!rest.empty()) {
         const auto end = rest.find('\n');
         const std::string_view line = rest.substr(0, end);
         rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
         const auto json = nlohmann::ordered_json::parse(line, nullptr, false);
-        auto e = json.is_discarded() ? std::nullopt : HistoryEntry::fromJson(json);
-        if (e && known.insert(e->id).second) entries_.push_back(std::move(*e));
+        if (!json.is_object() || !json.contains("id") || !json["id"].is_string()) continue;
+        const std::string id = json["id"].get<std::string>();
+        auto e = json.contains("dropped") ? std::nullopt : HistoryEntry::fromJson(json);
+        if (!e && !json.contains("dropped")) continue;
+        if (lines.find(id) == lines.end()) order.push_back(id);
+        lines[id] = std::move(e);
+    }
+    std::set<std::string> known;
+    for (const auto& e : entries_) known.insert(e.id);
+    std::optional<std::vector<quorv::TrashedItem>> trashed;
+    for (const auto& id : order) {
+        auto& e = lines[id];
+        if (!e || known.count(id) != 0) continue;
+        if (!e->trashed) e = settled(std::move(*e), trashed);
+        if (e) entries_.push_back(std::move(*e));
     }
     return true;
 }
@@ -324,9 +361,15 @@ void History::record(const std::vector<MovedItem>& moved, const std::optional<st
     add(added);
 }
 
+bool History::journalDropped(const std::string& id) {
+    return appendToJournal(nlohmann::ordered_json{{"id", id}, {"dropped", true}}.dump() + "\n");
+}
+
 bool History::journal(const HistoryEntry& entry) {
-    const std::string line =
-        entry.toJson().dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n";
+    return appendToJournal(entry.toJson().dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+}
+
+bool History::appendToJournal(const std::string& line) {
     quorv::files::makeFolders(quorv::files::parentOf(file_), 0700);
     // Shared: movers append side by side; a fold (exclusive) never removes a journal mid-append.
     auto fileLock = quorv::FileLock::acquire(lockPath(), quorv::FileLock::Mode::shared, true);
