@@ -134,15 +134,19 @@ TEST(CrashRecord, KilledMidBatchLosesNothingFromTheHistory) {
             if (it != recorded.end()) toRestore.push_back(it->second);
         }
         EXPECT_GT(toRestore.size(), 100u) << p.name;
-        for (const auto& r : History::shared().restore(toRestore)) EXPECT_TRUE(r.ok()) << p.name << ": " << r.message();
-        for (const auto& e : toRestore) {
-            EXPECT_EQ(readText(e.original), e.original.substr(e.original.rfind(' ') + 1)) << p.name << ": " << e.original;
-        }
         // Every .trashinfo is whole: a path and a date.
         for (const auto& n : p.infoFolder.empty() ? std::vector<std::string>() : namesIn(p.infoFolder)) {
             if (!n.ends_with(".trashinfo")) continue;
             const auto info = brimstell::TrashInfo::parse(readText(p.infoFolder + "/" + n), p.host->calendar);
             EXPECT_TRUE(info.path && info.deletionDate) << p.name << ": " << n;
+        }
+        if (!p.infoFolder.empty() && ::access("/usr/bin/trash-list", X_OK) == 0) {
+            const RunResult r = runProgram("/bin/sh", {"-c", "trash-list 2>&1"}, p.environment);
+            EXPECT_EQ(r.output.find("Parse Error"), std::string::npos) << p.name;
+        }
+        for (const auto& r : History::shared().restore(toRestore)) EXPECT_TRUE(r.ok()) << p.name << ": " << r.message();
+        for (const auto& e : toRestore) {
+            EXPECT_EQ(readText(e.original), e.original.substr(e.original.rfind(' ') + 1)) << p.name << ": " << e.original;
         }
     }
 }
