@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <climits>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -24,6 +23,7 @@
 #include "kit/files/TrashInfo.hpp"
 #include "support/TestSupport.hpp"
 #include "support/TrashTestSupport.hpp"
+#include "support/posix/LinkSafe.hpp"
 #include "support/posix/Files.hpp"
 #include "support/text/Uuid.hpp"
 
@@ -35,10 +35,7 @@ using namespace testing_support;
 
 constexpr int items = 3000;
 
-std::string realOf(const std::string& path) {
-    char real[PATH_MAX];
-    return ::realpath(path.c_str(), real) ? std::string(real) : std::string();
-}
+std::string realOf(const std::string& path) { return quorv::LinkSafe::resolve(path).value_or(""); }
 
 std::vector<std::string> namesIn(const std::string& folder) {
     std::vector<std::string> out;

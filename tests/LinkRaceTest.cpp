@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <climits>
 #include <cstdlib>
 #include <functional>
 #include <memory>
@@ -23,6 +22,7 @@
 #include "support/FileTree.hpp"
 #include "support/TestSupport.hpp"
 #include "support/TrashTestSupport.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace {
 
@@ -40,10 +40,7 @@ struct Place {
     std::string base;
 };
 
-std::string realOf(const std::string& path) {
-    char real[PATH_MAX];
-    return ::realpath(path.c_str(), real) ? std::string(real) : std::string();
-}
+std::string realOf(const std::string& path) { return quorv::LinkSafe::resolve(path).value_or(""); }
 
 Place macPlace() {
     Place p{"sandbox Mac", std::make_unique<SandboxHost>(), nullptr, nullptr, ""};

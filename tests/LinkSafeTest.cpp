@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -26,10 +25,7 @@ using quorv::LinkSafe;
 using quorv::UniqueFd;
 using namespace testing_support;
 
-std::string realOf(const std::string& path) {
-    char real[PATH_MAX];
-    return ::realpath(path.c_str(), real) ? std::string(real) : std::string();
-}
+std::string realOf(const std::string& path) { return quorv::LinkSafe::resolve(path).value_or(""); }
 
 dev_t deviceOf(const std::string& path) {
     struct stat st{};

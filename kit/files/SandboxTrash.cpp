@@ -149,6 +149,29 @@ std::optional<std::string> nameInTrash(const std::string& location) {
     return name;
 }
 
+// Moves name from parentFd into the Trash under its own name, else Finder's: the time of the move
+// ("14.05.31", wall-clock) before the extension, then " 2", " 3"… The name used, or nullopt with
+// a sentence in error.
+std::optional<std::string> moveUnderFinderName(int parentFd, const std::string& name, int trashFd, double now,
+                                               std::string& error) {
+    std::string time = TrashInfo::dateText(now, host().calendar);
+    time = time.size() == 19 ? time.substr(11) : "00.00.00";
+    std::replace(time.begin(), time.end(), ':', '.');
+    for (int n = 1; n <= maxNumberedNames; ++n) {
+        const std::string candidate = TrashNames::finder(name, time, n, maxNameBytes);
+        if (candidate.empty()) break;
+        if (bookkeeping(candidate)) continue;
+        const int failure = LinkSafe::renameNoReplace(parentFd, name, trashFd, candidate);
+        if (failure == 0) return candidate;
+        if (failure != EEXIST && failure != ENOTEMPTY) {
+            error = trashText::forError(failure);
+            return std::nullopt;
+        }
+    }
+    error = trashText::notMoved;
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::string SandboxTrash::folder() { return host().inHome(".Trash"); }
@@ -198,33 +221,15 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
 
     auto held = lock(trash);
     const double now = host().now();
-    // Finder's time stamp: the wall-clock time of the move, "14.05.31".
-    std::string time = TrashInfo::dateText(now, host().calendar);
-    time = time.size() == 19 ? time.substr(11) : "00.00.00";
-    std::replace(time.begin(), time.end(), ':', '.');
-    std::string used;
-    for (int n = 1; n <= maxNumberedNames && used.empty(); ++n) {
-        const std::string candidate = TrashNames::finder(name, time, n, maxNameBytes);
-        if (candidate.empty()) break;
-        if (bookkeeping(candidate)) continue;
-        const int failure = LinkSafe::renameNoReplace(parentFd.get(), name, trashFd.get(), candidate);
-        if (failure == 0) {
-            used = candidate;
-        } else if (failure != EEXIST && failure != ENOTEMPTY) {
-            error = trashText::forError(failure);
-            return std::nullopt;
-        }
-    }
-    if (used.empty()) {
-        error = trashText::notMoved;
-        return std::nullopt;
-    }
+    const auto moved = moveUnderFinderName(parentFd.get(), name, trashFd.get(), now, error);
+    if (!moved) return std::nullopt;
+    const std::string& used = *moved;
     original = itemPath;
-    const std::string moved = fileID(trashFd.get(), used);
-    if (held && !moved.empty()) {
+    const std::string identity = fileID(trashFd.get(), used);
+    if (held && !identity.empty()) {
         Ledger ledger = load(trash);
         prune(ledger, trashFd.get());
-        ledger[used] = {itemPath, now, moved};
+        ledger[used] = {itemPath, now, identity};
         save(trash, ledger);
     }
     return trash + "/" + used;
