@@ -273,7 +273,7 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
         history.journal(entry);
         std::string error;
         std::string original;
-        const auto location = trashBackend->moveToTrash(path, error, original);
+        const auto location = trashBackend->moveNotingPlace(path, error, original);
         if (!location) {
             history.journalDropped(entry.id);
             fail(error.empty() ? "It could not be moved to the Trash." : error);

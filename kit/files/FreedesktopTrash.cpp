@@ -339,11 +339,11 @@ std::string FreedesktopTrash::homeTrash() {
 
 std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& given, std::string& error) {
     std::string original;
-    return moveToTrash(given, error, original);
+    return moveNotingPlace(given, error, original);
 }
 
-std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& given, std::string& error,
-                                                         std::string& original) {
+std::optional<std::string> FreedesktopTrash::moveNotingPlace(const std::string& given, std::string& error,
+                                                             std::string& original) {
     error.clear();
     const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);

@@ -178,10 +178,10 @@ std::string SandboxTrash::folder() { return host().inHome(".Trash"); }
 
 std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error) {
     std::string original;
-    return moveToTrash(given, error, original);
+    return moveNotingPlace(given, error, original);
 }
 
-std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error, std::string& original) {
+std::optional<std::string> SandboxTrash::moveNotingPlace(const std::string& given, std::string& error, std::string& original) {
     error.clear();
     const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);

@@ -26,7 +26,7 @@ public:
     virtual std::optional<std::string> moveToTrash(const std::string& path, std::string& error) = 0;
     // The same; original is set to where the item really was when it moved (its folder's real
     // path and its name), which is what the history records. By default the path as given.
-    virtual std::optional<std::string> moveToTrash(const std::string& path, std::string& error, std::string& original) {
+    virtual std::optional<std::string> moveNotingPlace(const std::string& path, std::string& error, std::string& original) {
         original = path;
         return moveToTrash(path, error);
     }
