@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -194,6 +195,34 @@ TEST(CrashRecord, LeftoverJournalIsFoldedOnceAndRemoved) {
     EXPECT_EQ(ids, expected);
     EXPECT_FALSE(exists(history.journalPath()));
     EXPECT_EQ(History(History::defaultFile()).entries().size(), 3u) << "the fold was saved to the file";
+}
+
+// Temporary .trashinfo texts are invisible to the Trash's readers; ones a killed mover left go
+// after a day.
+TEST(CrashRecord, LeftoverTemporaryInfoIsIgnoredThenSweptAfterADay) {
+    LinuxTrashHost env;
+    quorv::HostScope scope(env.host);
+    makeFolders(env.trash + "/files");
+    makeFolders(env.trash + "/info");
+    const struct {
+        const char* name;
+        double age;
+        bool kept;
+    } cases[] = {
+        {".brimstell-1-1.tmp", 86'401, false},
+        {".brimstell-2-7.tmp", 86'000, true},
+        {".other-1-1.tmp", 200'000, true},
+        {"x.trashinfo", 200'000, true},
+    };
+    for (const auto& c : cases) {
+        const std::string path = env.trash + "/info/" + c.name;
+        writeBytes(path, "[Trash Info]\nPath=/x\nDeletionDate=2026-09-21T00:00:00\n");
+        const struct timespec times[2] = {{static_cast<time_t>(1'790'000'000 - c.age), 0},
+                                          {static_cast<time_t>(1'790'000'000 - c.age), 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
+    EXPECT_TRUE(listed().empty()) << "an info text without its item lists nothing";
+    for (const auto& c : cases) EXPECT_EQ(exists(env.trash + "/info/" + c.name), c.kept) << c.name;
 }
 
 }  // namespace

@@ -272,6 +272,27 @@ std::optional<std::string> writeTemporaryInfo(int infoFd, const std::string& tex
     return name;
 }
 
+// Removes temporary .trashinfo texts that a mover killed mid-move left in info/: a day old, as a
+// live mover keeps one for a moment only.
+void sweepTemporaryInfo(int infoFd) {
+    const int listFd = ::openat(infoFd, ".", LinkSafe::folderFlags);
+    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+    if (!dir) {
+        if (listFd >= 0) ::close(listFd);
+        return;
+    }
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view name(entry->d_name);
+        struct stat st{};
+        if (!name.starts_with(".brimstell-") || !name.ends_with(".tmp") ||
+            ::fstatat(infoFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) {
+            continue;
+        }
+        if (static_cast<double>(st.st_mtime) < host().now() - 86'400) ::unlinkat(infoFd, entry->d_name, 0);
+    }
+    ::closedir(dir);
+}
+
 // Puts the whole temporary .trashinfo in place as info, never replacing one: a hard link where the
 // file system has them, else an exclusive rename (the temporary name is then written again).
 // 0, or the errno value (EEXIST when the name is taken).
@@ -418,6 +439,7 @@ std::vector<quorv::TrashedItem> FreedesktopTrash::list() {
         UniqueFd filesFd = openDir(trashFd.get(), "files");
         UniqueFd infoFd = openDir(trashFd.get(), "info");
         if (!filesFd) continue;
+        if (infoFd) sweepTemporaryInfo(infoFd.get());
         const int listFd = ::dup(filesFd.get());
         DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
         if (!dir) {
