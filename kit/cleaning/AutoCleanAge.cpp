@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "support/posix/LinkSafe.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "kit/files/FS.hpp"
 #include "support/posix/Files.hpp"
@@ -20,7 +21,7 @@ namespace brimstell {
 
 namespace {
 
-constexpr int openFolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int openFolderFlags = quorv::LinkSafe::folderFlags;
 
 double seconds(const struct timespec& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9; }
 

@@ -1,4 +1,5 @@
 #include "kit/cleaning/FolderListing.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,7 +12,7 @@ namespace brimstell {
 
 namespace {
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kOpenFolder = quorv::LinkSafe::folderFlags;
 
 std::vector<FolderEntry> listing(int folderFd, bool foldersOnly) {
     std::vector<FolderEntry> entries;
@@ -43,20 +44,11 @@ std::vector<FolderEntry> listing(int folderFd, bool foldersOnly) {
 
 quorv::UniqueFd FolderListing::open(const std::string& path) {
     if (path.empty()) return {};
-    return quorv::UniqueFd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return quorv::LinkSafe::openFolder(path, true);
 }
 
 quorv::UniqueFd FolderListing::openBelow(int folderFd, std::string_view relative) {
-    quorv::UniqueFd current(::openat(folderFd, ".", kOpenFolder));
-    while (current && !relative.empty()) {
-        const auto slash = relative.find('/');
-        const std::string part(relative.substr(0, slash));
-        relative = slash == std::string_view::npos ? std::string_view() : relative.substr(slash + 1);
-        if (part.empty() || part == ".") continue;
-        if (part == "..") return {};
-        current = quorv::UniqueFd(::openat(current.get(), part.c_str(), kOpenFolder));
-    }
-    return current;
+    return quorv::LinkSafe::openBelow(folderFd, relative);
 }
 
 std::vector<FolderEntry> FolderListing::list(int folderFd) { return listing(folderFd, false); }

@@ -9,6 +9,7 @@
 
 #include "kit/cleaning/FolderListing.hpp"
 #include "support/posix/UniqueFd.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 
@@ -181,7 +182,7 @@ bool containsAny(std::string_view name, std::span<const std::string_view> parts)
 
 // --- Cloud globs ---------------------------------------------------------------------------------
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kOpenFolder = quorv::LinkSafe::folderFlags;
 
 // The names in the folder that begin with prefix, in byte order, "." and ".." left out.
 std::vector<std::string> namesIn(int folderFd, std::string_view prefix) {
@@ -335,7 +336,7 @@ std::vector<std::string> JunkCatalogue::expandCloudGlob(const std::string& home,
 
     // The home folder itself is taken as given (it may be reached through a link); below it,
     // every folder is opened from its parent's descriptor without following a link.
-    quorv::UniqueFd fd(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    quorv::UniqueFd fd = quorv::LinkSafe::openFolder(home, true);
     if (!fd) return found;
     std::string base = home;
     while (base.size() > 1 && base.back() == '/') base.pop_back();

@@ -8,12 +8,13 @@
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/files/FS.hpp"
 #include "shared/helper/HelperFiles.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 
 namespace {
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kOpenFolder = quorv::LinkSafe::folderFlags;
 
 double mtimeOf(const struct stat& st) {
     return static_cast<double>(st.st_mtim.tv_sec) + static_cast<double>(st.st_mtim.tv_nsec) / 1e9;

@@ -20,7 +20,10 @@
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
+#include "support/posix/Files.hpp"
+#include "support/posix/LinkSafe.hpp"
 #include "support/process/Shell.hpp"
+#include "support/text/Uuid.hpp"
 
 #ifdef __APPLE__
 #include "kit/files/FSMac.hpp"
@@ -207,6 +210,25 @@ std::vector<std::size_t> withoutDescendants(const std::vector<std::string>& path
     return kept;
 }
 
+std::optional<FileID> identityAt(const std::string& path) {
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
+    return FileID{static_cast<std::int64_t>(st.st_dev), static_cast<std::uint64_t>(st.st_ino)};
+}
+
+// The history entry of an item about to move: where it is (its folder's links resolved), and its
+// identity there, which a move to the Trash keeps.
+HistoryEntry announced(const std::string& path, std::int64_t bytes, const std::string& session,
+                       const std::optional<std::string>& source, double now) {
+    const std::string plain = comparable(path);
+    const std::string folder = quorv::LinkSafe::resolve(quorv::files::parentOf(plain)).value_or(quorv::files::parentOf(plain));
+    const std::string name = quorv::files::nameOf(plain);
+    HistoryEntry e = History::entryFor(MovedItem{plain, std::nullopt, bytes}, folder == "/" ? "/" + name : folder + "/" + name,
+                                       session, source, now);
+    e.fileID = identityAt(plain).value_or(FileID{});
+    return e;
+}
+
 constexpr const char* syncedReason = "It is synced to the cloud: removing it here would remove it everywhere.";
 constexpr const char* noTrashReason = "There is no Trash to move it to.";
 
@@ -217,9 +239,14 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     const std::vector<std::size_t> kept = withoutDescendants(paths);
     const auto trashBackend = quorv::host().trash;
 
+    History& history = History::shared();
+    const std::string session = quorv::newUuid();
+    const double now = quorv::host().now();
+
     std::mutex mutex;  // guards everything below it
     std::int64_t freed = 0;
     std::vector<std::pair<std::size_t, MovedItem>> moved;
+    std::vector<std::pair<std::size_t, HistoryEntry>> recorded;
     std::vector<std::pair<std::size_t, std::string>> failed;
     std::map<std::string, std::string> reasons;
 
@@ -244,15 +271,27 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
         }
         const auto known = sizes.find(given);
         const std::int64_t bytes = known != sizes.end() ? known->second : size(path);
+        // Announced in the history's journal before the move and confirmed right after it, so
+        // that a crash at any point leaves it findable.
+        HistoryEntry entry = announced(path, bytes, session, source, now);
+        history.journal(entry);
         std::string error;
-        const auto location = trashBackend->moveToTrash(path, error);
+        std::string original;
+        const auto location = trashBackend->moveNotingPlace(path, error, original);
         if (!location) {
+            history.journalDropped(entry.id);
             fail(error.empty() ? "It could not be moved to the Trash." : error);
             return;
         }
+        MovedItem item{path, location, bytes};
+        entry.original = original;
+        entry.trashed = location;
+        entry.fileID = identityAt(*location).value_or(*entry.fileID);
+        history.journal(entry);
         std::lock_guard lock(mutex);
         freed += bytes;
-        moved.emplace_back(index, MovedItem{path, location, bytes});
+        moved.emplace_back(index, std::move(item));
+        recorded.emplace_back(index, std::move(entry));
     };
 
     // A few movers; each takes the next item until none is left. Moves are mostly renames, and a
@@ -287,6 +326,7 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     for (auto& t : threads) t.join();
 
     std::sort(moved.begin(), moved.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::sort(recorded.begin(), recorded.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::sort(failed.begin(), failed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     TrashResult result;
     result.freed = freed;
@@ -294,7 +334,10 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
     for (auto& f : failed) result.failed.push_back(std::move(f.second));
     result.reasons = std::move(reasons);
 
-    if (!result.moved.empty()) History::shared().record(result.moved, source, quorv::host().now());
+    std::vector<HistoryEntry> batch;
+    batch.reserve(recorded.size());
+    for (auto& r : recorded) batch.push_back(std::move(r.second));
+    if (!batch.empty()) history.fold(batch);
     FileEvents::post(FileEvents::sweepDidClean);
     return result;
 }

@@ -6,11 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <set>
 #include <utility>
 
-#include "kit/files/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
+#include "kit/files/ItemFolder.hpp"
 #include "kit/files/TrashInfo.hpp"
 #include "kit/files/TrashNames.hpp"
 #include "kit/files/TrashTexts.hpp"
@@ -20,6 +22,7 @@
 namespace brimstell {
 
 using quorv::host;
+using quorv::LinkSafe;
 using quorv::UniqueFd;
 namespace files = quorv::files;
 
@@ -45,9 +48,7 @@ struct TrashDir {
 
 bool ownedDir(const struct stat& st) { return S_ISDIR(st.st_mode) && st.st_uid == host().uid; }
 
-UniqueFd openDir(int dirFd, const char* name) {
-    return UniqueFd(::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-}
+UniqueFd openDir(int dirFd, const char* name) { return LinkSafe::openFolderAt(dirFd, name); }
 
 // "$top/.Trash/$uid": only when .Trash is a real folder with the sticky bit, and $uid is ours.
 UniqueFd openSharedTrash(int topFd, bool create) {
@@ -76,7 +77,7 @@ UniqueFd openOwnTrash(int topFd, bool create) {
 
 // Opens a known Trash folder for reading or erasing, checking it as moveToTrash would.
 UniqueFd openTrash(const TrashDir& trash) {
-    if (!trash.top) return UniqueFd(::open(trash.path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!trash.top) return LinkSafe::openFolder(trash.path, true);
     UniqueFd top = LinkSafe::openFolder(*trash.top, true);
     if (!top) return {};
     if (files::nameOf(trash.path) == ".Trash-" + uidText()) return openOwnTrash(top.get(), false);
@@ -199,7 +200,7 @@ std::vector<TrashDir> knownTrashes() {
         if (fd >= 0 && ::fstat(fd, &st) == 0 && seen.insert({st.st_dev, st.st_ino}).second) out.push_back(trash);
     };
     const std::string home = FreedesktopTrash::homeTrash();
-    UniqueFd homeFd(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd homeFd = LinkSafe::openFolder(home, true);
     add({home, std::nullopt}, homeFd.get());
 
     const auto mountinfo = files::read(host().path("/proc/self/mountinfo"), 16u << 20);
@@ -230,11 +231,11 @@ std::optional<dev_t> deviceOf(std::string path) {
 // Walks up from the folder fd while the device stays the same (".." never follows a link) and
 // returns the top folder of that file system.
 UniqueFd topFolderOf(int folderFd) {
-    UniqueFd current = LinkSafe::openFolderAt(folderFd, ".");
+    UniqueFd current(::openat(folderFd, ".", LinkSafe::baseFlags));
     struct stat st{};
     if (!current || ::fstat(current.get(), &st) != 0) return {};
     for (int depth = 0; depth < 4096; ++depth) {
-        UniqueFd up = LinkSafe::openFolderAt(current.get(), "..");
+        UniqueFd up(::openat(current.get(), "..", LinkSafe::baseFlags));
         struct stat upSt{};
         if (!up || ::fstat(up.get(), &upSt) != 0) return {};
         if (upSt.st_dev != st.st_dev || upSt.st_ino == st.st_ino) return current;
@@ -242,6 +243,55 @@ UniqueFd topFolderOf(int folderFd) {
         st = upSt;
     }
     return {};
+}
+
+// Writes the .trashinfo text under a temporary name in info/ that trash-cli, gio and the file
+// managers ignore (it doesn't end in ".trashinfo"). Not synced, as gio and trash-cli don't: a
+// crash of the machine that loses it leaves the item listed without its original place (the
+// cleaning history still has it), and a bulk move stays fast.
+std::optional<std::string> writeTemporaryInfo(int infoFd, const std::string& text) {
+    static std::atomic<unsigned long> counter{0};
+    const std::string name = ".brimstell-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) + ".tmp";
+    UniqueFd fd(::openat(infoFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!fd) return std::nullopt;
+    if (!writeAll(fd.get(), text)) {
+        ::unlinkat(infoFd, name.c_str(), 0);
+        return std::nullopt;
+    }
+    return name;
+}
+
+// Removes temporary .trashinfo texts that a mover killed mid-move left in info/: a day old, as a
+// live mover keeps one for a moment only.
+void sweepTemporaryInfo(int infoFd) {
+    const int listFd = ::openat(infoFd, ".", LinkSafe::folderFlags);
+    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
+    if (!dir) {
+        if (listFd >= 0) ::close(listFd);
+        return;
+    }
+    while (const dirent* entry = ::readdir(dir)) {
+        const std::string_view name(entry->d_name);
+        struct stat st{};
+        if (!name.starts_with(".brimstell-") || !name.ends_with(".tmp") ||
+            ::fstatat(infoFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) {
+            continue;
+        }
+        if (static_cast<double>(st.st_mtime) < host().now() - 86'400) ::unlinkat(infoFd, entry->d_name, 0);
+    }
+    ::closedir(dir);
+}
+
+// Puts the whole temporary .trashinfo in place as info, never replacing one: a hard link where the
+// file system has them, else an exclusive rename (the temporary name is then written again).
+// 0, or the errno value (EEXIST when the name is taken).
+int claimInfo(int infoFd, std::string& temp, const std::string& info, const std::string& text) {
+    if (::linkat(infoFd, temp.c_str(), infoFd, info.c_str(), 0) == 0) return 0;
+    const int e = errno;
+    if (e != EPERM && e != ENOTSUP && e != EOPNOTSUPP && e != EMLINK) return e;
+    const int failure = LinkSafe::renameNoReplace(infoFd, temp, infoFd, info);
+    if (failure == 0) temp = writeTemporaryInfo(infoFd, text).value_or("");
+    return failure;
 }
 
 // Claims a name in the Trash with its .trashinfo, then moves the item under it.
@@ -255,39 +305,36 @@ std::optional<std::string> place(int trashFd, const std::string& trashPath, int 
     }
     UniqueFd filesFd = openDir(trashFd, "files");
     UniqueFd infoFd = openDir(trashFd, "info");
-    if (!filesFd || !infoFd) {
+    std::string temp = infoFd ? writeTemporaryInfo(infoFd.get(), infoText).value_or("") : "";
+    if (!filesFd || temp.empty()) {
         error = trashText::notMoved;
         return std::nullopt;
     }
-    for (int n = 1; n <= maxNumberedNames; ++n) {
+    std::optional<std::string> placed;
+    error = trashText::notMoved;
+    for (int n = 1; n <= maxNumberedNames && !placed; ++n) {
         const std::string candidate = TrashNames::freedesktop(name, n, maxNameBytes);
-        if (candidate.empty()) break;
+        if (candidate.empty() || temp.empty()) break;
         const std::string info = candidate + infoSuffix;
-        UniqueFd fd(::openat(infoFd.get(), info.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!fd) {
-            if (errno == EEXIST) continue;
-            error = trashText::forError(errno);
-            return std::nullopt;
+        const int claimed = claimInfo(infoFd.get(), temp, info, infoText);
+        if (claimed == EEXIST) continue;
+        if (claimed != 0) {
+            error = trashText::forError(claimed);
+            break;
         }
-        // Not synced, as gio and trash-cli don't: a crash that loses it leaves the item listed
-        // without its original place (the cleaning history still has it), and a bulk move
-        // stays fast.
-        if (!writeAll(fd.get(), infoText)) {
-            fd.reset();
-            ::unlinkat(infoFd.get(), info.c_str(), 0);
-            error = trashText::notMoved;
-            return std::nullopt;
-        }
-        fd.reset();
         const int failure = LinkSafe::renameNoReplace(parentFd, name, filesFd.get(), candidate);
-        if (failure == 0) return join(trashPath, "files/" + candidate);
+        if (failure == 0) {
+            placed = join(trashPath, "files/" + candidate);
+            break;
+        }
         ::unlinkat(infoFd.get(), info.c_str(), 0);
         if (failure == EEXIST || failure == ENOTEMPTY) continue;
         error = trashText::forError(failure);
-        return std::nullopt;
+        break;
     }
-    error = trashText::notMoved;
-    return std::nullopt;
+    if (!temp.empty()) ::unlinkat(infoFd.get(), temp.c_str(), 0);
+    if (placed) error.clear();
+    return placed;
 }
 
 }  // namespace
@@ -301,6 +348,12 @@ std::string FreedesktopTrash::homeTrash() {
 }
 
 std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& given, std::string& error) {
+    std::string original;
+    return moveNotingPlace(given, error, original);
+}
+
+std::optional<std::string> FreedesktopTrash::moveNotingPlace(const std::string& given, std::string& error,
+                                                             std::string& original) {
     error.clear();
     const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);
@@ -308,12 +361,9 @@ std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& give
         error = trashText::notMoved;
         return std::nullopt;
     }
-    const std::string parent = files::parentOf(path);
-    UniqueFd parentFd = LinkSafe::openFolder(parent, true);
-    if (!parentFd) {
-        error = trashText::forError(errno);
-        return std::nullopt;
-    }
+    std::string realParent;
+    UniqueFd parentFd = openItemFolder(path, realParent, error);
+    if (!parentFd) return std::nullopt;
     struct stat item{}, folder{};
     if (::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0 || ::fstat(parentFd.get(), &folder) != 0) {
         error = trashText::forError(errno);
@@ -323,8 +373,6 @@ std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& give
         error = trashText::notMoved;  // a mount point itself
         return std::nullopt;
     }
-    // Where the item really is: its folder's path as the kernel has it, links in it resolved.
-    const std::string realParent = LinkSafe::pathOf(parentFd.get()).value_or(parent);
     const std::string itemPath = join(realParent, name);
 
     const std::string home = homeTrash();
@@ -336,7 +384,7 @@ std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& give
             error = trashText::notMoved;
             return std::nullopt;
         }
-        trashFd.reset(::open(home.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        trashFd = LinkSafe::openFolder(home, true);
         trashPath = home;
     } else {
         UniqueFd top = topFolderOf(parentFd.get());
@@ -367,7 +415,9 @@ std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& give
         return std::nullopt;
     }
     const std::string infoText = TrashInfo::format(recorded, host().now(), host().calendar);
-    return place(trashFd.get(), trashPath, parentFd.get(), name, infoText, error);
+    auto location = place(trashFd.get(), trashPath, parentFd.get(), name, infoText, error);
+    if (location) original = itemPath;
+    return location;
 }
 
 std::vector<quorv::TrashedItem> FreedesktopTrash::list() {
@@ -378,6 +428,7 @@ std::vector<quorv::TrashedItem> FreedesktopTrash::list() {
         UniqueFd filesFd = openDir(trashFd.get(), "files");
         UniqueFd infoFd = openDir(trashFd.get(), "info");
         if (!filesFd) continue;
+        if (infoFd) sweepTemporaryInfo(infoFd.get());
         const int listFd = ::dup(filesFd.get());
         DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
         if (!dir) {

@@ -12,13 +12,14 @@
 #include <map>
 #include <memory>
 #include <numeric>
+#include <set>
 
 #include <fmt/format.h>
 
 #include "kit/files/FS.hpp"
 #include "kit/files/FileEvents.hpp"
-#include "kit/files/LinkSafe.hpp"
 #include "kit/files/MoverGuard.hpp"
+#include "support/posix/LinkSafe.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/FileLock.hpp"
@@ -28,10 +29,13 @@
 
 namespace brimstell {
 
+using quorv::LinkSafe;
+
 namespace {
 
 constexpr const char* alreadyThere = "something is already in its place";
 constexpr const char* needsAdmin = "putting back what it removed needs admin access";
+constexpr const char* linkOnTheWay = "A link now stands on the way to its original place.";
 constexpr std::size_t maxFileBytes = std::size_t{256} << 20;
 constexpr int maxRestoredNames = 10'000;
 
@@ -202,11 +206,81 @@ bool History::setAsideLocked() {
     return false;
 }
 
-void History::saveLocked() {
+bool History::saveLocked() {
     entries_ = pruned(std::move(entries_), quorv::host().now());
-    if (blocked_) return;
+    if (blocked_) return false;
     const std::string text = encodeHistory(entries_);
-    if (quorv::files::writeAtomically(file_, text, 0600)) stamp_ = std::make_pair(text.size(), textHash(text));
+    if (!quorv::files::writeAtomically(file_, text, 0600)) return false;
+    stamp_ = std::make_pair(text.size(), textHash(text));
+    return true;
+}
+
+std::string History::journalPath() const { return quorv::files::parentOf(file_) + "/history.journal"; }
+
+namespace {
+
+// Where an item announced before its move (an entry without a Trash path) ended up, when its
+// mover died before saying: still at its place means it never moved; else it is looked for in the
+// Trash by its identity, and the Trash's own record of its place is preferred.
+std::optional<HistoryEntry> settled(HistoryEntry e, std::optional<std::vector<quorv::TrashedItem>>& trashed) {
+    struct stat st{};
+    if (!e.fileID || (::lstat(e.original.c_str(), &st) == 0 && sameFile(st, *e.fileID))) return std::nullopt;
+    const auto trash = quorv::host().trash;
+    if (!trash) return std::nullopt;
+    if (!trashed) trashed = trash->list();
+    for (const auto& item : *trashed) {
+        if (::lstat(item.location.c_str(), &st) != 0 || !sameFile(st, *e.fileID)) continue;
+        e.trashed = item.location;
+        if (item.originalPath) e.original = *item.originalPath;
+        return e;
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+// Adds the journal's entries that the list lacks (by id). A later line of an id replaces an
+// earlier one: an announcement, then the moved item, or {"id", "dropped"} for an item that didn't
+// move. A line that can't be read (the last one of a process killed mid-write) is skipped.
+// True when there was a journal to read.
+bool History::replayLocked() {
+    const auto text = quorv::files::read(journalPath(), maxFileBytes);
+    if (!text) return false;
+    std::vector<std::string> order;
+    std::map<std::string, std::optional<HistoryEntry>> lines;
+    std::string_view rest(*text);
+    while (!rest.empty()) {
+        const auto end = rest.find('\n');
+        const std::string_view line = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        const auto json = nlohmann::ordered_json::parse(line, nullptr, false);
+        if (!json.is_object() || !json.contains("id") || !json["id"].is_string()) continue;
+        const std::string id = json["id"].get<std::string>();
+        auto e = json.contains("dropped") ? std::nullopt : HistoryEntry::fromJson(json);
+        if (!e && !json.contains("dropped")) continue;
+        if (lines.find(id) == lines.end()) order.push_back(id);
+        lines[id] = std::move(e);
+    }
+    std::set<std::string> known;
+    for (const auto& e : entries_) known.insert(e.id);
+    std::optional<std::vector<quorv::TrashedItem>> trashed;
+    for (const auto& id : order) {
+        auto& e = lines[id];
+        if (!e || known.count(id) != 0) continue;
+        if (!e->trashed) e = settled(std::move(*e), trashed);
+        if (e) entries_.push_back(std::move(*e));
+    }
+    return true;
+}
+
+// Folds a journal left behind into the file, under the file lock.
+void History::catchUpLocked() {
+    struct stat st{};
+    if (::lstat(journalPath().c_str(), &st) != 0) return;
+    auto fileLock = quorv::FileLock::acquire(lockPath(), quorv::FileLock::Mode::exclusive, true);
+    if (!fileLock) return;
+    refreshLocked(true);
+    if (replayLocked() && saveLocked()) ::unlink(journalPath().c_str());
 }
 
 void History::update(const std::function<void(std::vector<HistoryEntry>&)>& change) {
@@ -217,7 +291,9 @@ void History::update(const std::function<void(std::vector<HistoryEntry>&)>& chan
         // Without the lock (a folder that can't be written) the list is still changed and kept here.
         refreshLocked(true);
         change(entries_);
-        saveLocked();
+        // After the change, so a fold keeps its batch in the order of the request.
+        const bool replayed = fileLock && replayLocked();
+        if (saveLocked() && replayed) ::unlink(journalPath().c_str());
     }
     FileEvents::post(FileEvents::historyDidChange);
 }
@@ -225,12 +301,14 @@ void History::update(const std::function<void(std::vector<HistoryEntry>&)>& chan
 std::vector<HistoryEntry> History::entries() {
     std::lock_guard lock(mutex_);
     refreshLocked(false);
+    catchUpLocked();
     return entries_;
 }
 
 std::optional<HistoryEntry> History::entry(const std::string& id) {
     std::lock_guard lock(mutex_);
     refreshLocked(false);
+    catchUpLocked();
     for (const auto& e : entries_) {
         if (e.id == id) return e;
     }
@@ -242,24 +320,58 @@ void History::add(const std::vector<HistoryEntry>& added) {
     update([&](std::vector<HistoryEntry>& list) { list.insert(list.end(), added.begin(), added.end()); });
 }
 
+HistoryEntry History::entryFor(const MovedItem& m, const std::string& original, const std::string& session,
+                               const std::optional<std::string>& source, double now) {
+    HistoryEntry e;
+    e.id = quorv::newUuid();
+    e.original = original;
+    e.trashed = m.trashed;
+    e.size = m.size;
+    e.date = now;
+    e.session = session;
+    e.source = source;
+    if (m.trashed) e.fileID = identityOf(*m.trashed);
+    return e;
+}
+
 void History::record(const std::vector<MovedItem>& moved, const std::optional<std::string>& source, double now) {
     if (moved.empty()) return;
     const std::string session = quorv::newUuid();
     std::vector<HistoryEntry> added;
     added.reserve(moved.size());
-    for (const auto& m : moved) {
-        HistoryEntry e;
-        e.id = quorv::newUuid();
-        e.original = m.original;
-        e.trashed = m.trashed;
-        e.size = m.size;
-        e.date = now;
-        e.session = session;
-        e.source = source;
-        if (m.trashed) e.fileID = identityOf(*m.trashed);
-        added.push_back(std::move(e));
-    }
+    for (const auto& m : moved) added.push_back(entryFor(m, m.original, session, source, now));
     add(added);
+}
+
+bool History::journalDropped(const std::string& id) {
+    return appendToJournal(nlohmann::ordered_json{{"id", id}, {"dropped", true}}.dump() + "\n");
+}
+
+bool History::journal(const HistoryEntry& entry) {
+    return appendToJournal(entry.toJson().dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+}
+
+bool History::appendToJournal(const std::string& line) {
+    quorv::files::makeFolders(quorv::files::parentOf(file_), 0700);
+    // Shared: movers append side by side; a fold (exclusive) never removes a journal mid-append.
+    auto fileLock = quorv::FileLock::acquire(lockPath(), quorv::FileLock::Mode::shared, true);
+    quorv::UniqueFd fd(::open(journalPath().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!fd) return false;
+    for (;;) {
+        const ssize_t n = ::write(fd.get(), line.data(), line.size());
+        if (n < 0 && errno == EINTR) continue;
+        return n == static_cast<ssize_t>(line.size());
+    }
+}
+
+void History::fold(const std::vector<HistoryEntry>& batch) {
+    update([&](std::vector<HistoryEntry>& list) {
+        std::set<std::string> known;
+        for (const auto& e : list) known.insert(e.id);
+        for (const auto& e : batch) {
+            if (known.insert(e.id).second) list.push_back(e);
+        }
+    });
 }
 
 void History::recordRoot(const std::vector<RootMove>& moves, double now, const std::optional<std::string>& source) {
@@ -425,14 +537,23 @@ RestoreResult History::putBack(const HistoryEntry& e) {
     if (name.empty() || name == "." || name == ".." || e.original.empty() || e.original[0] != '/') {
         return failure("Its original place isn't a full path.");
     }
-    if (!quorv::files::makeFolders(folder, 0755)) {
-        return failure(fmt::format("Its folder couldn't be made again ({}).", std::strerror(errno)));
+    // The Trash folder is resolved once (links on the way to one's own Trash are one's own), then
+    // opened without following links; the original folder is opened, and made where missing, one
+    // level at a time without following any link: the item goes back to where it really was.
+    const auto trashFolder = LinkSafe::resolve(quorv::files::parentOf(source));
+    const quorv::UniqueFd from = trashFolder ? LinkSafe::openExact(*trashFolder) : quorv::UniqueFd();
+    if (!from) return failure(errno == ELOOP ? linkOnTheWay : std::string(restoreErrorText(RestoreError::gone)));
+    const std::string inTrash = quorv::files::nameOf(source);
+    struct stat st{};
+    if (::fstatat(from.get(), inTrash.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0 || (e.fileID && !sameFile(st, *e.fileID))) {
+        return failure(RestoreError::gone);
     }
-    const quorv::UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!dir) return failure(fmt::format("Its folder couldn't be opened ({}).", std::strerror(errno)));
+    const quorv::UniqueFd dir = LinkSafe::makeExact(folder, 0755);
+    if (!dir && errno == ELOOP) return failure(linkOnTheWay);
+    if (!dir) return failure(fmt::format("Its folder couldn't be made again ({}).", std::strerror(errno)));
     for (int n = 0; n <= maxRestoredNames; ++n) {
         const std::string candidate = n == 0 ? name : restoredName(name, n);
-        const int rc = LinkSafe::renameNoReplace(AT_FDCWD, source, dir.get(), candidate);
+        const int rc = LinkSafe::renameNoReplace(from.get(), inTrash, dir.get(), candidate);
         if (rc == EEXIST) continue;
         if (rc != 0) return failure(fmt::format("It couldn't be moved back ({}).", std::strerror(rc)));
         trash->forgetRestored(source);

@@ -84,6 +84,21 @@ public:
     // the helper gave them (system paths); a sandbox maps them to measure and identify the items.
     void recordRoot(const std::vector<RootMove>& moves, double now, const std::optional<std::string>& source = std::nullopt);
     void add(const std::vector<HistoryEntry>& entries);
+
+    // Recording one clean item by item, so that a crash loses nothing that moved. entryFor makes
+    // the entry of one moved item, with `original` where it really was. journal appends an entry
+    // as one JSON line, with one write, to "history.journal" beside the file: first without its
+    // Trash path before the move (its identity taken at its place), then whole right after it, or
+    // journalDropped when it didn't move. fold puts the batch into the file (an entry already
+    // there, by id, once) and removes the journal. A journal left by a process that died
+    // mid-clean is folded in whenever the history is next read or changed; an item it announced
+    // but never confirmed is looked for in the Trash by its identity.
+    static HistoryEntry entryFor(const MovedItem& moved, const std::string& original, const std::string& session,
+                                 const std::optional<std::string>& source, double now);
+    bool journal(const HistoryEntry& entry);
+    bool journalDropped(const std::string& id);
+    void fold(const std::vector<HistoryEntry>& batch);
+    std::string journalPath() const;
     // Changes the list, prunes it and saves it; change sees the list as it is in the file now.
     void update(const std::function<void(std::vector<HistoryEntry>&)>& change);
     // Sets restoredTo of the entry with this id; false when there is none.
@@ -115,7 +130,10 @@ public:
 private:
     void refreshLocked(bool haveFileLock);
     bool setAsideLocked();
-    void saveLocked();
+    bool saveLocked();
+    bool replayLocked();
+    bool appendToJournal(const std::string& line);
+    void catchUpLocked();
     std::string lockPath() const;
     RestoreResult putBack(const HistoryEntry& entry);
 

@@ -10,17 +10,24 @@
 #include "shared/widget/WidgetSnapshot.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 namespace {
 
 namespace files = quorv::files;
+using quorv::LinkSafe;
 
 // The helper's protected-path rules of this platform, applied to what root moves or puts back itself.
 bool helperRulesProtect(const std::string& systemPath) {
     const auto& h = quorv::host();
     if (h.isMac()) return HelperFiles::isProtected(systemPath);
-    return HelperFiles::isProtected(systemPath, HelperRules::linux, h.systemPath(h.home).value_or(std::string()));
+    const std::string home = h.systemPath(h.home).value_or(std::string());
+    // Root's own home (/root, or one under /home) is its own to clean, as any account's is; the
+    // older sync folders in it are refused before this.
+    const bool ownHome = home == "/root" || (home.starts_with("/home/") && home.size() > 6);
+    if (ownHome && LinkSafe::isInside(systemPath, home) && systemPath != home) return false;
+    return HelperFiles::isProtected(systemPath, HelperRules::linux, home);
 }
 
 std::string lowered(std::string s) {

@@ -12,7 +12,8 @@
 
 #include <nlohmann/json.hpp>
 
-#include "kit/files/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
+#include "kit/files/ItemFolder.hpp"
 #include "kit/files/TrashInfo.hpp"
 #include "kit/files/TrashNames.hpp"
 #include "kit/files/TrashTexts.hpp"
@@ -24,6 +25,7 @@
 namespace brimstell {
 
 using quorv::host;
+using quorv::LinkSafe;
 using quorv::UniqueFd;
 namespace files = quorv::files;
 namespace nesting = quorv::nesting;
@@ -133,7 +135,7 @@ double changeTime(const struct stat& st) {
 }
 
 UniqueFd openTrash(const std::string& trash) {
-    return UniqueFd(::open(trash.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    return LinkSafe::openFolder(trash, false);
 }
 
 std::optional<quorv::FileLock> lock(const std::string& trash) {
@@ -149,11 +151,39 @@ std::optional<std::string> nameInTrash(const std::string& location) {
     return name;
 }
 
+// Moves name from parentFd into the Trash under its own name, else Finder's: the time of the move
+// ("14.05.31", wall-clock) before the extension, then " 2", " 3"… The name used, or nullopt with
+// a sentence in error.
+std::optional<std::string> moveUnderFinderName(int parentFd, const std::string& name, int trashFd, double now,
+                                               std::string& error) {
+    std::string time = TrashInfo::dateText(now, host().calendar);
+    time = time.size() == 19 ? time.substr(11) : "00.00.00";
+    std::replace(time.begin(), time.end(), ':', '.');
+    for (int n = 1; n <= maxNumberedNames; ++n) {
+        const std::string candidate = TrashNames::finder(name, time, n, maxNameBytes);
+        if (candidate.empty()) break;
+        if (bookkeeping(candidate)) continue;
+        const int failure = LinkSafe::renameNoReplace(parentFd, name, trashFd, candidate);
+        if (failure == 0) return candidate;
+        if (failure != EEXIST && failure != ENOTEMPTY) {
+            error = trashText::forError(failure);
+            return std::nullopt;
+        }
+    }
+    error = trashText::notMoved;
+    return std::nullopt;
+}
+
 }  // namespace
 
 std::string SandboxTrash::folder() { return host().inHome(".Trash"); }
 
 std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, std::string& error) {
+    std::string original;
+    return moveNotingPlace(given, error, original);
+}
+
+std::optional<std::string> SandboxTrash::moveNotingPlace(const std::string& given, std::string& error, std::string& original) {
     error.clear();
     const std::string path = files::trimTrailingSlashes(given);
     const std::string name = files::nameOf(path);
@@ -161,9 +191,11 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
         error = trashText::notMoved;
         return std::nullopt;
     }
-    UniqueFd parentFd = LinkSafe::openFolder(files::parentOf(path), true);
+    std::string realParent;
+    UniqueFd parentFd = openItemFolder(path, realParent, error);
+    if (!parentFd) return std::nullopt;
     struct stat item{};
-    if (!parentFd || ::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (::fstatat(parentFd.get(), name.c_str(), &item, AT_SYMLINK_NOFOLLOW) != 0) {
         error = trashText::forError(errno);
         return std::nullopt;
     }
@@ -182,7 +214,6 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
         error = trashText::otherDisk;
         return std::nullopt;
     }
-    const std::string realParent = LinkSafe::pathOf(parentFd.get()).value_or(files::parentOf(path));
     const std::string itemPath = realParent == "/" ? "/" + name : realParent + "/" + name;
     const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trash);
     if (const char* problem = trashText::nestingProblem(itemPath, realParent, realTrash)) {
@@ -192,32 +223,15 @@ std::optional<std::string> SandboxTrash::moveToTrash(const std::string& given, s
 
     auto held = lock(trash);
     const double now = host().now();
-    // Finder's time stamp: the wall-clock time of the move, "14.05.31".
-    std::string time = TrashInfo::dateText(now, host().calendar);
-    time = time.size() == 19 ? time.substr(11) : "00.00.00";
-    std::replace(time.begin(), time.end(), ':', '.');
-    std::string used;
-    for (int n = 1; n <= maxNumberedNames && used.empty(); ++n) {
-        const std::string candidate = TrashNames::finder(name, time, n, maxNameBytes);
-        if (candidate.empty()) break;
-        if (bookkeeping(candidate)) continue;
-        const int failure = LinkSafe::renameNoReplace(parentFd.get(), name, trashFd.get(), candidate);
-        if (failure == 0) {
-            used = candidate;
-        } else if (failure != EEXIST && failure != ENOTEMPTY) {
-            error = trashText::forError(failure);
-            return std::nullopt;
-        }
-    }
-    if (used.empty()) {
-        error = trashText::notMoved;
-        return std::nullopt;
-    }
-    const std::string moved = fileID(trashFd.get(), used);
-    if (held && !moved.empty()) {
+    const auto moved = moveUnderFinderName(parentFd.get(), name, trashFd.get(), now, error);
+    if (!moved) return std::nullopt;
+    const std::string& used = *moved;
+    original = itemPath;
+    const std::string identity = fileID(trashFd.get(), used);
+    if (held && !identity.empty()) {
         Ledger ledger = load(trash);
         prune(ledger, trashFd.get());
-        ledger[used] = {itemPath, now, moved};
+        ledger[used] = {itemPath, now, identity};
         save(trash, ledger);
     }
     return trash + "/" + used;

@@ -24,6 +24,7 @@ namespace brimstell {
 class SandboxTrash final : public quorv::TrashBackend {
 public:
     std::optional<std::string> moveToTrash(const std::string& path, std::string& error) override;
+    std::optional<std::string> moveNotingPlace(const std::string& path, std::string& error, std::string& original) override;
     std::vector<quorv::TrashedItem> list() override;
     std::vector<std::string> erase(const std::vector<std::string>& locations) override;
     void forgetRestored(const std::string& location) override;

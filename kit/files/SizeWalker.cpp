@@ -24,6 +24,7 @@
 #include <utility>
 
 #include "support/posix/UniqueFd.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 // How the walk runs.
 //
@@ -65,7 +66,7 @@ namespace {
 #define AT_NO_AUTOMOUNT 0
 #endif
 
-constexpr int kOpenFolder = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int kOpenFolder = quorv::LinkSafe::folderFlags;
 
 // Opens a folder to read without marking it used: measuring a folder must not make it look
 // recently opened to the rules that clean what nobody touched. The kernel allows that only to the

@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <string>
 
-#include "kit/files/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell::trashText {
 
@@ -14,12 +14,14 @@ inline constexpr const char* holdsTrash = "The Trash is inside it.";
 inline constexpr const char* otherDisk = "It is on another disk whose Trash can't be used.";
 inline constexpr const char* noPermission = "You don't have permission to move it.";
 inline constexpr const char* notMoved = "It couldn't be moved to the Trash.";
+inline constexpr const char* folderChanged = "Its folder changed while it was being moved.";
 
 // The sentence for the errno value of a failed open, stat or rename.
 inline const char* forError(int e) {
     switch (e) {
         case ENOENT:
         case ENOTDIR: return gone;
+        case ELOOP: return folderChanged;
         case EACCES:
         case EPERM:
         case EROFS: return noPermission;
@@ -38,8 +40,8 @@ inline bool movablePath(const std::string& path, const std::string& name) {
 // folder, already inside the Trash; the Trash inside the item); nullptr when nothing stands in the
 // way. Paths are real paths, links resolved.
 inline const char* nestingProblem(const std::string& itemPath, const std::string& realParent, const std::string& realTrash) {
-    if (LinkSafe::isInside(itemPath, realTrash) || LinkSafe::isInside(realParent, realTrash)) return alreadyInTrash;
-    if (LinkSafe::isInside(realTrash, itemPath)) return holdsTrash;
+    if (quorv::LinkSafe::isInside(itemPath, realTrash) || quorv::LinkSafe::isInside(realParent, realTrash)) return alreadyInTrash;
+    if (quorv::LinkSafe::isInside(realTrash, itemPath)) return holdsTrash;
     return nullptr;
 }
 

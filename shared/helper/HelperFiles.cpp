@@ -10,13 +10,13 @@
 #include <cerrno>
 
 #include "shared/helper/HelperPaths.hpp"
-#include "shared/helper/HelperRemoval.hpp"
-#include "shared/helper/LinkSafe.hpp"
 #include "shared/trash/TrashInfo.hpp"
 #include "support/host/Host.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 
+using quorv::LinkSafe;
 using quorv::UniqueFd;
 
 namespace {
@@ -30,7 +30,7 @@ constexpr std::string_view infoSuffix = ".trashinfo";
 std::optional<std::string> moveUnderFreeName(int fromDir, const std::string& fromName, int toDir, const std::string& name) {
     for (int i = 1; i <= HelperFiles::maxNameTries; ++i) {
         std::string candidate = i == 1 ? name : name + " " + std::to_string(i);
-        const int error = linksafe::renameExclusive(fromDir, fromName, toDir, candidate);
+        const int error = LinkSafe::renameNoReplace(fromDir, fromName, toDir, candidate);
         if (error == 0) return candidate;
         if (error != EEXIST) return std::nullopt;
     }
@@ -77,7 +77,7 @@ std::optional<std::string> HelperFiles::moveIntoTrash(int fromDir, const std::st
         const bool owned = ::fchown(info.get(), owner.st_uid, owner.st_gid) == 0 || euid_ != 0;
         const bool written = owned && helperpaths::writeAll(info.get(), text) && ::fsync(info.get()) == 0;
         info.reset();
-        const int error = written ? linksafe::renameExclusive(fromDir, fromName, trash.files.get(), candidate) : EIO;
+        const int error = written ? LinkSafe::renameNoReplace(fromDir, fromName, trash.files.get(), candidate) : EIO;
         if (error == 0) return candidate;
         (void)::unlinkat(trash.info.get(), infoName.c_str(), 0);
         if (error != EEXIST) return std::nullopt;
@@ -88,7 +88,7 @@ std::optional<std::string> HelperFiles::moveIntoTrash(int fromDir, const std::st
 std::optional<std::string> HelperFiles::putBack(int stash, const std::string& name, const Trash& trash,
                                                 const std::string& original) const {
     if (!trash.info) return moveUnderFreeName(stash, name, trash.files.get(), name);
-    const int error = linksafe::renameExclusive(stash, name, trash.files.get(), name);
+    const int error = LinkSafe::renameNoReplace(stash, name, trash.files.get(), name);
     if (error == 0) return name;
     if (error != EEXIST) return std::nullopt;
     return moveIntoTrash(stash, name, trash, name, original);
@@ -142,7 +142,7 @@ bool HelperFiles::emptyOne(const Trash& trash, dev_t trashDevice, const std::str
     const int trashFd = trash.files.get();
     struct stat st {};
     if (::fstatat(trashFd, parts->name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return false;
-    const bool removed = S_ISDIR(st.st_mode) ? helperremoval::removeTree(trashFd, parts->name, st, trashDevice)
+    const bool removed = S_ISDIR(st.st_mode) ? LinkSafe::removeFolder(trashFd, parts->name, st, trashDevice)
                                              : ::unlinkat(trashFd, parts->name.c_str(), 0) == 0;
     // The item's .trashinfo goes after the item, so a reader never lists a file without one.
     if (removed && trash.info) (void)::unlinkat(trash.info.get(), (parts->name + std::string(infoSuffix)).c_str(), 0);
@@ -198,7 +198,7 @@ bool HelperFiles::restoreOne(const std::string& pair, const std::string& callerH
     UniqueFd folder = openFolder(target->folder);
     UniqueFd stash = openStash(log);
     if (!folder || !stash) return refuse();
-    if (linksafe::renameExclusive(trashFd, inTrash->name, stash.get(), inTrash->name) != 0) return refuse();
+    if (LinkSafe::renameNoReplace(trashFd, inTrash->name, stash.get(), inTrash->name) != 0) return refuse();
 
     // In the stash nobody else can touch it; make sure the file that got there is the one checked
     // (the Trash's owner could have swapped it in between).
@@ -210,7 +210,7 @@ bool HelperFiles::restoreOne(const std::string& pair, const std::string& callerH
         const bool free = ::fstatat(folder.get(), target->name.c_str(), &there, AT_SYMLINK_NOFOLLOW) != 0
                               ? errno == ENOENT
                               : sameFile(there, item);
-        if (free && linksafe::renameExclusive(stash.get(), inTrash->name, folder.get(), target->name) == 0) {
+        if (free && LinkSafe::renameNoReplace(stash.get(), inTrash->name, folder.get(), target->name) == 0) {
             (void)forget(line, log);
             if (trashed->info) (void)::unlinkat(trashed->info.get(), (inTrash->name + std::string(infoSuffix)).c_str(), 0);
             reply += "OK\t" + trashPath + "\t" + original + "\n";

@@ -8,15 +8,12 @@
 
 #include "shared/helper/HelperFiles.hpp"
 #include "shared/helper/HelperPaths.hpp"
-#include "shared/helper/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 
+using quorv::LinkSafe;
 using quorv::UniqueFd;
-
-namespace {
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-}  // namespace
 
 HelperFiles::HelperFiles(UniqueFd root, std::string rootPath, HelperRules rules, uid_t euid)
     : root_(std::move(root)), rootPath_(std::move(rootPath)), rules_(rules), euid_(euid) {}
@@ -24,9 +21,9 @@ HelperFiles::HelperFiles(UniqueFd root, std::string rootPath, HelperRules rules,
 std::optional<HelperFiles> HelperFiles::open(const std::string& rootPath, HelperRules rules, uid_t effectiveUser) {
     // The root itself comes from the helper's own command line and may be reached through links;
     // what counts is the path the system reports for it.
-    UniqueFd root(::open(rootPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd root = LinkSafe::openFolder(rootPath, true);
     if (!root) return std::nullopt;
-    auto physical = linksafe::descriptorPath(root.get());
+    auto physical = LinkSafe::pathOf(root.get());
     if (!physical || physical->empty() || physical->front() != '/') return std::nullopt;
     return HelperFiles(std::move(root), std::move(*physical), rules, effectiveUser);
 }
@@ -38,26 +35,10 @@ std::string HelperFiles::systemPath(std::string_view path) const {
 }
 
 UniqueFd HelperFiles::openFolder(std::string_view path) const {
-    if (path.empty() || path.front() != '/' || path.find('\0') != std::string_view::npos) return {};
-    UniqueFd fd(::openat(root_.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!fd) return {};
-    std::size_t start = 0;
-    while (start < path.size()) {
-        auto end = path.find('/', start);
-        if (end == std::string_view::npos) end = path.size();
-        const std::string part(path.substr(start, end - start));
-        start = end + 1;
-        if (part.empty()) continue;
-        if (part == "." || part == "..") return {};
-        UniqueFd next(::openat(fd.get(), part.c_str(), folderFlags));
-        if (!next) return {};
-        fd = std::move(next);
-    }
+    if (path.empty() || path.front() != '/') return {};
     // The folder reached must be exactly the one asked for: this refuses firmlinks, wrong letter
-    // case and doubled slashes, which the walk above lets through.
-    auto actual = linksafe::descriptorPath(fd.get());
-    if (!actual || *actual != systemPath(path)) return {};
-    return fd;
+    // case and doubled slashes, which a walk alone lets through.
+    return LinkSafe::openChecked(root_.get(), path.substr(1), systemPath(path));
 }
 
 UniqueFd HelperFiles::openTrash(const std::string& home, bool create) const {
@@ -65,12 +46,12 @@ UniqueFd HelperFiles::openTrash(const std::string& home, bool create) const {
     if (!homeFd) return {};
     struct stat homeStat {};
     if (::fstat(homeFd.get(), &homeStat) != 0) return {};
-    UniqueFd trashFd(::openat(homeFd.get(), ".Trash", folderFlags));
+    UniqueFd trashFd = LinkSafe::openFolderAt(homeFd.get(), ".Trash");
     if (!trashFd) {
         if (errno != ENOENT || !create) return {};
         const bool made = ::mkdirat(homeFd.get(), ".Trash", 0700) == 0;
         if (!made && errno != EEXIST) return {};
-        trashFd.reset(::openat(homeFd.get(), ".Trash", folderFlags));
+        trashFd = LinkSafe::openFolderAt(homeFd.get(), ".Trash");
         if (!trashFd) return {};
         // Only root can give the new Trash to the home's owner; anyone else made it as themselves.
         if (made && ::fchown(trashFd.get(), homeStat.st_uid, homeStat.st_gid) != 0 && euid_ == 0) return {};
@@ -85,12 +66,12 @@ namespace {
 // The folder `name` in parent, made (0700, given to the home's owner) when missing and create is
 // set; it must be a folder of the home's owner and never a link.
 UniqueFd openOwnedLevel(int parent, const char* name, bool create, const struct stat& home, uid_t euid) {
-    UniqueFd fd(::openat(parent, name, folderFlags));
+    UniqueFd fd(LinkSafe::openFolderAt(parent, name));
     if (!fd) {
         if (errno != ENOENT || !create) return {};
         const bool made = ::mkdirat(parent, name, 0700) == 0;
         if (!made && errno != EEXIST) return {};
-        fd.reset(::openat(parent, name, folderFlags));
+        fd = LinkSafe::openFolderAt(parent, name);
         if (!fd) return {};
         if (made && ::fchown(fd.get(), home.st_uid, home.st_gid) != 0 && euid == 0) return {};
     }
@@ -167,7 +148,7 @@ UniqueFd HelperFiles::ensureFolders(std::string_view path) const {
         if (part == "." || part == "..") return {};
         const mode_t mode = start >= path.size() ? 0700 : 0755;
         if (::mkdirat(fd.get(), part.c_str(), mode) != 0 && errno != EEXIST) return {};
-        fd.reset(::openat(fd.get(), part.c_str(), folderFlags));
+        fd = LinkSafe::openFolderAt(fd.get(), part.c_str());
     }
     return fd ? openFolder(path) : UniqueFd();
 }
@@ -182,7 +163,7 @@ UniqueFd HelperFiles::openStash(std::string_view log) const {
     UniqueFd folder = logFolder(parts->folder);
     if (!folder) return {};
     (void)::mkdirat(folder.get(), "restore", 0700);
-    UniqueFd stash(::openat(folder.get(), "restore", folderFlags));
+    UniqueFd stash = LinkSafe::openFolderAt(folder.get(), "restore");
     if (!stash) return {};
     struct stat st {};
     if (::fstat(stash.get(), &st) != 0 || st.st_uid != euid_ || (st.st_mode & 077) != 0) return {};

@@ -10,19 +10,19 @@
 
 #include "shared/helper/HelperFiles.hpp"
 #include "shared/helper/HelperPaths.hpp"
+#include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
 
+using quorv::LinkSafe;
 using quorv::UniqueFd;
 
 namespace {
 
-constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
 // The names in a folder, "." and ".." left out.
 std::vector<std::string> namesIn(int folder) {
     std::vector<std::string> names;
-    const int copy = ::openat(folder, ".", folderFlags);
+    const int copy = LinkSafe::openFolderAt(folder, ".").release();
     if (copy < 0) return names;
     DIR* dir = ::fdopendir(copy);
     if (dir == nullptr) {
@@ -76,7 +76,7 @@ bool HelperFiles::sweepOne(int logFolder, int stash, const std::string& name, co
     }
     // Nobody's, as far as the log tells: kept beside the stash for an administrator to look at.
     if (::mkdirat(logFolder, "unclaimed", 0700) != 0 && errno != EEXIST) return false;
-    UniqueFd unclaimed(::openat(logFolder, "unclaimed", folderFlags));
+    UniqueFd unclaimed(LinkSafe::openFolderAt(logFolder, "unclaimed"));
     if (!unclaimed || !ownFolder(unclaimed.get(), euid_)) return false;
     const Trash spot{std::move(unclaimed), {}, {}};
     return putBack(stash, name, spot, {}).has_value();
@@ -89,7 +89,7 @@ std::size_t HelperFiles::sweepStash(std::string_view log) const {
     // Nothing is made here: without the log's folder there is no stash to sweep.
     UniqueFd folder = openFolder(parts->folder);
     if (!folder) return 0;
-    UniqueFd stash(::openat(folder.get(), "restore", folderFlags));
+    UniqueFd stash(LinkSafe::openFolderAt(folder.get(), "restore"));
     if (!stash || !ownFolder(stash.get(), euid_)) return 0;
     const auto names = namesIn(stash.get());
     if (names.empty()) return 0;

@@ -24,6 +24,12 @@ public:
     // and returns its location there; nullopt with a short sentence in error when it was not
     // moved. Never copies and deletes behind the user's back.
     virtual std::optional<std::string> moveToTrash(const std::string& path, std::string& error) = 0;
+    // The same; original is set to where the item really was when it moved (its folder's real
+    // path and its name), which is what the history records. By default the path as given.
+    virtual std::optional<std::string> moveNotingPlace(const std::string& path, std::string& error, std::string& original) {
+        original = path;
+        return moveToTrash(path, error);
+    }
 
     // The top-level items of the user's Trash folders.
     virtual std::vector<TrashedItem> list() = 0;

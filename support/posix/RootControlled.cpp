@@ -5,16 +5,11 @@
 
 #include <string>
 
+#include "support/posix/LinkSafe.hpp"
 #include "support/posix/UniqueFd.hpp"
 
 namespace quorv {
 namespace {
-
-#ifdef O_PATH
-constexpr int pathOnly = O_PATH;
-#else
-constexpr int pathOnly = O_RDONLY;  // macOS has no O_PATH; folders open read-only just as well
-#endif
 
 bool onlyRootChanges(const struct stat& st, bool last) {
     if (st.st_uid != 0) return false;
@@ -27,7 +22,7 @@ bool onlyRootChanges(const struct stat& st, bool last) {
 
 std::optional<struct stat> rootControlled(std::string_view path) {
     if (path.empty() || path[0] != '/') return std::nullopt;
-    UniqueFd folder(::open("/", pathOnly | O_DIRECTORY | O_CLOEXEC));
+    UniqueFd folder(::open("/", LinkSafe::baseFlags));
     struct stat st {};
     if (!folder || ::fstat(folder.get(), &st) != 0) return std::nullopt;
     std::string_view rest = path.substr(1);
@@ -47,7 +42,7 @@ std::optional<struct stat> rootControlled(std::string_view path) {
         }
         // Each folder is judged by the descriptor it was opened as, so a swap between the check
         // and the next step can't slip in another one.
-        UniqueFd next(::openat(folder.get(), name.c_str(), pathOnly | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        UniqueFd next(::openat(folder.get(), name.c_str(), LinkSafe::baseFlags));
         if (!next || ::fstat(next.get(), &st) != 0 || !onlyRootChanges(st, false)) return std::nullopt;
         folder = std::move(next);
         rest = rest.substr(slash + 1);

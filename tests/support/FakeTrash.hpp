@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "kit/files/LinkSafe.hpp"
+#include "support/posix/LinkSafe.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/Files.hpp"
 
@@ -33,7 +33,7 @@ public:
         const std::string name = quorv::files::nameOf(p);
         for (int n = 1; n < 1000; ++n) {
             const std::string candidate = folder + "/" + (n == 1 ? name : name + " " + std::to_string(n));
-            const int rc = brimstell::LinkSafe::renameNoReplace(AT_FDCWD, p, AT_FDCWD, candidate);
+            const int rc = quorv::LinkSafe::renameNoReplace(AT_FDCWD, p, AT_FDCWD, candidate);
             if (rc == 0) return candidate;
             if (rc != EEXIST) return error = std::string("It could not be moved (") + std::strerror(rc) + ").", std::nullopt;
         }

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "support/posix/LinkSafe.hpp"
+
 namespace testing_support {
 
 namespace {
@@ -24,7 +26,7 @@ std::vector<std::string> namesIn(int fd) {
 }
 
 int openFolder(int dir, const std::string& name) {
-    return ::openat(dir, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    return ::openat(dir, name.c_str(), quorv::LinkSafe::folderFlags);
 }
 
 }  // namespace

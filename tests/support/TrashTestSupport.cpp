@@ -22,7 +22,7 @@ LinuxTrashHost::LinuxTrashHost(double now) {
     char real[PATH_MAX];
     if (!::realpath(dir.path().c_str(), real)) throw std::runtime_error("realpath failed");
     base = real;
-    home = base + "/home";
+    home = base + "/home/someone";
     trash = home + "/.local/share/Trash";
     makeFolders(home);
     host = quorv::hostFromEnvironment({{"HOME", home}, {"XDG_DATA_HOME", home + "/.local/share"}});

@@ -23,7 +23,7 @@ struct LinuxTrashHost {
     void mounts(const std::vector<std::string>& systemPaths, const std::string& fileSystem = "ext4") const;
     TempDir dir;
     std::string base;  // dir's real path
-    std::string home;  // base + "/home"
+    std::string home;  // base + "/home/someone"
     std::string trash; // home + "/.local/share/Trash"
     std::shared_ptr<quorv::Host> host;
     std::map<std::string, std::string> toolEnvironment() const;  // HOME, XDG_DATA_HOME, TZ, LC_ALL
