@@ -7,6 +7,7 @@
 #include "kit/agent/SettingsKeys.hpp"
 #include "kit/agent/WidgetFeed.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/cleaning/JunkScanner.hpp"
 #include "kit/files/FS.hpp"
@@ -166,6 +167,13 @@ void JunkModel::scan() {
 JunkCleanResult JunkModel::clean(const std::optional<std::string>& source) {
     JunkCleanResult result;
     if (scanning || cleaning) return result;
+    const auto lock = CleanLock::take();
+    if (!lock) {
+        result.busy = true;
+        message = CleanLock::busyText;
+        changed();
+        return result;
+    }
     cleaning = true;
     changed();
 
