@@ -137,6 +137,10 @@ HelperServer::HelperServer(quorv::UniqueFd listener, HelperDispatch dispatch, He
     : listener_(std::move(listener)), dispatch_(std::move(dispatch)), options_(std::move(options)) {}
 
 void HelperServer::run(const std::atomic<bool>& stop) {
+    // Accepted connections inherit it, so the kernel names the writer of every byte, even of those
+    // sent before a worker gets to the connection.
+    const int one = 1;
+    ::setsockopt(listener_.get(), SOL_SOCKET, SO_PASSCRED, &one, sizeof one);
     // The workers start with the stop signals blocked, so the signals interrupt this thread's wait.
     sigset_t stopSignals;
     sigset_t previous;
