@@ -619,11 +619,23 @@ TEST_F(HelperFilesSandbox, KillDuringRewriteLeavesAWholeLog) {
     std::mt19937 random(20240917);
     int killedMidWrite = 0;
     for (int round = 0; round < 40; ++round) {
+        // The wait runs from the child's first whole rewrite, however long a loaded machine takes
+        // to start it.
+        int started[2];
+        ASSERT_EQ(::pipe(started), 0);
         const pid_t child = ::fork();
         ASSERT_GE(child, 0);
         if (child == 0) {
-            for (int i = 1;; ++i) files.rewrite(logPath, versions[i % 2]);
+            ::close(started[0]);
+            for (int i = 1;; ++i) {
+                files.rewrite(logPath, versions[i % 2]);
+                if (i == 1) (void)!::write(started[1], "s", 1);
+            }
         }
+        ::close(started[1]);
+        char byte = 0;
+        (void)!::read(started[0], &byte, 1);
+        ::close(started[0]);
         std::this_thread::sleep_for(std::chrono::microseconds(std::uniform_int_distribution<int>(0, 30000)(random)));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
