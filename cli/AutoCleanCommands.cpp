@@ -8,6 +8,7 @@
 #include "kit/agent/SettingsKeys.hpp"
 #include "kit/cleaning/AutoClean.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
+#include "kit/cleaning/CleanLock.hpp"
 #include "support/settings/SettingsStore.hpp"
 #include "support/text/SizeText.hpp"
 
@@ -104,7 +105,7 @@ void runNow(bool json, int& exitCode) {
         freed = autoClean.run(true);
     }
     if (!freed) {
-        error("another clean is running (the app or the agent); nothing was done");
+        error(brimstell::CleanLock::busyText);
         exitCode = 1;
         return;
     }

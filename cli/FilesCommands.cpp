@@ -18,6 +18,7 @@
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
 #include "cli/Spinner.hpp"
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/files/Admin.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/History.hpp"
@@ -418,10 +419,13 @@ void emptyTrashBin(int days, bool yes, bool json, int& exitCode) {
                  "deleting " + itemsText(old.size()) + " for good", "Nothing deleted.", exitCode)) {
         return;
     }
-    std::vector<std::string> locations;
-    for (const auto& item : old) locations.push_back(item.location);
-    const auto goneList = brimstell::TrashBin::deleteForGood(locations);
-    const std::set<std::string> gone(goneList.begin(), goneList.end());
+    const auto goneList = brimstell::TrashBin::emptyItems(old);
+    if (!goneList) {
+        error(brimstell::CleanLock::busyText);
+        exitCode = 1;
+        return;
+    }
+    const std::set<std::string> gone(goneList->begin(), goneList->end());
     std::int64_t freed = 0;
     Json deleted = Json::array(), failed = Json::array();
     for (const auto& item : old) {

@@ -8,6 +8,7 @@
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
 #include "cli/Spinner.hpp"
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/cleaning/JunkModel.hpp"
 #include "support/text/SizeText.hpp"
@@ -130,6 +131,22 @@ bool chooseCategories(JunkModel& model, const std::vector<std::string>& names) {
     return true;
 }
 
+void printCleanResult(const JunkModel& model, const brimstell::JunkCleanResult& result, bool json) {
+    if (json) {
+        Json skipped = Json::array();
+        for (const auto& location : result.skippedLocations) {
+            Json s = Json::object();
+            putPath(s, "location", location);
+            skipped.push_back(std::move(s));
+        }
+        printJson(Json{{"dryRun", false}, {"freed", result.freed}, {"moved", result.moved}, {"skipped", std::move(skipped)},
+                       {"message", model.message.value_or("")}});
+    } else {
+        for (const auto& location : result.skippedLocations) fmt::print("{}: not moved\n", shownPath(location));
+        fmt::print("{}\n", model.message.value_or(""));
+    }
+}
+
 void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes, bool json, int& exitCode) {
     JunkModel model;
     scanWithProgress(model);
@@ -172,19 +189,12 @@ void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes,
         Spinner spinner("Moving to the Trash…");
         result = model.clean(std::string(junkSource));
     }
-    if (json) {
-        Json skipped = Json::array();
-        for (const auto& location : result.skippedLocations) {
-            Json s = Json::object();
-            putPath(s, "location", location);
-            skipped.push_back(std::move(s));
-        }
-        printJson(Json{{"dryRun", false}, {"freed", result.freed}, {"moved", result.moved}, {"skipped", std::move(skipped)},
-                       {"message", model.message.value_or("")}});
-    } else {
-        for (const auto& location : result.skippedLocations) fmt::print("{}: not moved\n", shownPath(location));
-        fmt::print("{}\n", model.message.value_or(""));
+    if (result.busy) {
+        error(brimstell::CleanLock::busyText);
+        exitCode = 1;
+        return;
     }
+    printCleanResult(model, result, json);
     if (result.skipped > 0) exitCode = 1;
 }
 

@@ -3,6 +3,8 @@
 #include "helper/HelperServer.hpp"
 
 #include <poll.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <syslog.h>
@@ -11,6 +13,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <thread>
+#include <vector>
 
 #include "helper/CallerCheck.hpp"
 #include "shared/helper/HelperScript.hpp"
@@ -133,7 +137,40 @@ HelperServer::HelperServer(quorv::UniqueFd listener, HelperDispatch dispatch, He
     : listener_(std::move(listener)), dispatch_(std::move(dispatch)), options_(std::move(options)) {}
 
 void HelperServer::run(const std::atomic<bool>& stop) {
+    // Accepted connections inherit it, so the kernel names the writer of every byte, even of those
+    // sent before a worker gets to the connection.
+    const int one = 1;
+    ::setsockopt(listener_.get(), SOL_SOCKET, SO_PASSCRED, &one, sizeof one);
+    // The workers start with the stop signals blocked, so the signals interrupt this thread's wait.
+    sigset_t stopSignals;
+    sigset_t previous;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    ::pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+    std::vector<std::thread> workers;
+    for (int i = 0; i < connectionLimit; ++i) workers.emplace_back([this] { work(); });
+    ::pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+
+    acceptUntil(stop);
+    {
+        const std::lock_guard lock(queueMutex_);
+        stopping_ = true;
+    }
+    queueChanged_.notify_all();
+    for (auto& worker : workers) worker.join();
+}
+
+void HelperServer::acceptUntil(const std::atomic<bool>& stop) {
     while (!stop.load()) {
+        {
+            // Only as many connections as there are free workers: the rest wait in the backlog.
+            std::unique_lock lock(queueMutex_);
+            const bool free = queueChanged_.wait_for(lock, std::chrono::milliseconds(200), [this] {
+                return idle_ > static_cast<int>(accepted_.size());
+            });
+            if (!free) continue;  // all busy: look at stop again
+        }
         pollfd p{listener_.get(), POLLIN, 0};
         const int r = ::poll(&p, 1, -1);
         if (r < 0) {
@@ -143,6 +180,27 @@ void HelperServer::run(const std::atomic<bool>& stop) {
         }
         quorv::UniqueFd client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
         if (!client) continue;  // the caller gave up before we got to it, or a passing error
+        {
+            const std::lock_guard lock(queueMutex_);
+            accepted_.push_back(std::move(client));
+        }
+        queueChanged_.notify_all();
+    }
+}
+
+void HelperServer::work() {
+    for (;;) {
+        quorv::UniqueFd client;
+        {
+            std::unique_lock lock(queueMutex_);
+            ++idle_;
+            queueChanged_.notify_all();  // the acceptor may be waiting for a free worker
+            queueChanged_.wait(lock, [this] { return stopping_ || !accepted_.empty(); });
+            --idle_;
+            if (accepted_.empty()) return;  // stopping, and nothing left to serve
+            client = std::move(accepted_.front());
+            accepted_.pop_front();
+        }
         serve(client.get());
     }
 }
@@ -187,6 +245,7 @@ void HelperServer::serve(int fd) {
         const bool known = HelperScript::isOperation(r.op);
         ::syslog(LOG_INFO, "%s for %s (%zu entries)", known ? r.op.c_str() : "refused operation", caller->name.c_str(),
                  r.list.size());
+        const std::lock_guard job(jobMutex_);
         reply = dispatch_.run(r.op, r.arg, r.list, caller->home);
     }
     const auto frame = wire::encodeReply(reply);

@@ -10,9 +10,12 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <thread>
 
 #include "kit/cleaning/AutoClean.hpp"
+#include "kit/cleaning/CleanLock.hpp"
+#include "kit/cleaning/JunkModel.hpp"
 #include "kit/cleaning/ProcessLock.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/History.hpp"
@@ -210,6 +213,73 @@ TEST(AutoClean, OneClickCleanSaysWhatItDid) {
     EXPECT_EQ(report.body, "Everything moved is in Cleaning History, ready to restore.");
     EXPECT_EQ(s.settings.integer("widget.lastFreed"), report.freed);
     EXPECT_FALSE(s.exists("Library/Caches/com.example.app"));
+}
+
+// Every cleaning engine, while another clean holds the lock (a lock file description of its own,
+// as another process has): nothing moves, nothing is recorded, and each says so.
+TEST(AutoClean, EveryCleanMovesNothingWhileAnotherHoldsTheLock) {
+    AutoCleanSandbox s;
+    s.junk("Library/Caches/com.example.app/blob", 2'000'000);
+    const auto thrown = s.junk("Documents/thrown.txt", 400'000);
+    ASSERT_EQ(brimstell::FS::trash(std::vector<std::string>{thrown}).moved.size(), 1u);
+    s.sh.setNow(s.sh.now + 2 * 86'400.0);
+    auto other = brimstell::ProcessLock::take(AutoClean::lockFile());
+    ASSERT_TRUE(other.has_value());
+
+    const struct {
+        const char* what;
+        std::function<bool()> busy;  // runs the clean; whether it said another clean is running
+    } rows[] = {
+        {"one-click clean",
+         [] {
+             const auto report = AutoClean::cleanSafeJunk();
+             return report.busy && report.freed == 0 &&
+                    report.title == "Another clean is running. Try again when it has finished.";
+         }},
+        {"junk list",
+         [] {
+             auto sources = brimstell::JunkModel::defaultSources();
+             sources.adminEnabled = [] { return false; };
+             brimstell::JunkModel model(sources);
+             model.scan();
+             const auto result = model.clean("Junk");
+             return result.busy && result.moved == 0 &&
+                    model.message == "Another clean is running. Try again when it has finished.";
+         }},
+        {"old Trash items", [] { return brimstell::TrashBin::emptyOlderThan(1) == std::nullopt; }},
+        {"chosen Trash items", [] { return !brimstell::TrashBin::emptyItems(brimstell::TrashBin::items()).has_value(); }},
+        {"Auto Clean", [] { return !AutoClean().run(true).has_value(); }},
+    };
+    const auto sessions = brimstell::History::shared().sessions().size();
+    for (const auto& row : rows) {
+        EXPECT_TRUE(row.busy()) << row.what;
+        EXPECT_TRUE(s.exists("Library/Caches/com.example.app/blob")) << row.what;
+        EXPECT_EQ(brimstell::TrashBin::items().size(), 1u) << row.what;
+        EXPECT_EQ(brimstell::History::shared().sessions().size(), sessions) << row.what;
+        EXPECT_FALSE(s.settings.object("widget.lastClean").has_value()) << row.what;
+    }
+
+    // Once it is free, the same one-click clean moves the junk.
+    other.reset();
+    EXPECT_GE(AutoClean::cleanSafeJunk().freed, 2'000'000);
+    EXPECT_FALSE(s.exists("Library/Caches/com.example.app"));
+}
+
+// This process holds the lock, as an Auto Clean run does while it cleans: the engines it calls
+// take it again, on this thread or the background pool's, and it stays held until the last goes.
+TEST(AutoClean, TheCleanLockIsTakenAgainWithinTheProcess) {
+    AutoCleanSandbox s;
+    s.junk("Library/Logs/old.log", 1'000'000);
+    auto held = brimstell::CleanLock::take();
+    ASSERT_TRUE(held.has_value());
+    EXPECT_FALSE(AutoClean::cleanSafeJunk().busy);
+    EXPECT_FALSE(s.exists("Library/Logs/old.log"));
+    s.junk("Library/Logs/newer.log", 1'000'000);
+    EXPECT_TRUE(AutoClean().run(true).has_value());
+    EXPECT_FALSE(s.exists("Library/Logs/newer.log"));
+    EXPECT_FALSE(brimstell::ProcessLock::take(AutoClean::lockFile()).has_value()) << "still held by the outer take";
+    held.reset();
+    EXPECT_TRUE(brimstell::ProcessLock::take(AutoClean::lockFile()).has_value()) << "free with the last holder";
 }
 
 TEST(AutoClean, PreviewMeasuresWithoutMoving) {

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "kit/cleaning/ProcessLock.hpp"
 #include "support/TestSupport.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
@@ -19,12 +20,21 @@ struct JunkCli {
     std::string cache = mac.writeFileOfSize("~/Library/Caches/com.example.app/blob", 204'800);
     std::string log = mac.writeFileOfSize("~/Library/Logs/a.log", 102'400);
 
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
+    std::map<std::string, std::string> environment(const std::string& now) const {
         auto env = mac.environment();
         env["BRIMSTELL_OUTBOX"] = dir / "outbox.jsonl";
         env["TZ"] = "UTC";
-        env["BRIMSTELL_NOW"] = "1790000000";
-        return testing_support::runProgram(BRIMSTELL_CLI_EXE, args, env);
+        env["BRIMSTELL_NOW"] = now;
+        return env;
+    }
+    testing_support::RunResult run(const std::vector<std::string>& args, const std::string& now = "1790000000") const {
+        return testing_support::runProgram(BRIMSTELL_CLI_EXE, args, environment(now));
+    }
+    // What the command writes on standard error, and its status.
+    testing_support::RunResult errors(const std::vector<std::string>& args, const std::string& now) const {
+        std::vector<std::string> shell = {"-c", "exec \"$0\" \"$@\" 2>&1 >/dev/null", BRIMSTELL_CLI_EXE};
+        shell.insert(shell.end(), args.begin(), args.end());
+        return testing_support::runProgram("/bin/sh", shell, environment(now));
     }
     quorv::PlistFileStore settings() const {
         return quorv::PlistFileStore(mac.home() + "/Library/Preferences/com.quorv.brimstell.plist");
@@ -125,6 +135,41 @@ TEST(JunkCli, AutoCleanSwitchesRunsAndPreviews) {
     r = s.run({"autoclean", "off"});
     EXPECT_EQ(r.output, "Auto Clean is off.\n");
     EXPECT_FALSE(s.settings().boolean("autoClean.enabled"));
+}
+
+// Every cleaning command while another process holds the clean lock (this test's own lock is
+// another process's to the command): nothing moves or is deleted, one sentence, status 1.
+TEST(JunkCli, EveryCleanWaitsWhileAnotherCleanRuns) {
+    JunkCli s;
+    const std::string thrown = s.mac.writeFileOfSize("~/Documents/thrown.txt", 4096);
+    ASSERT_EQ(s.run({"trash", thrown}).status, 0);
+    const std::string inTrash = s.mac.home() + "/.Trash/thrown.txt";
+    ASSERT_TRUE(fs::exists(inTrash));
+    const std::string dayLater = "1790086500";
+    auto held = brimstell::ProcessLock::take(s.mac.home() + "/Library/Application Support/Brimstell/clean.lock");
+    ASSERT_TRUE(held.has_value());
+
+    const std::vector<std::string> commands[] = {
+        {"clean", "--yes"},
+        {"clean", "--yes", "--json", "--category", "Logs"},
+        {"autoclean", "run"},
+        {"trash-bin", "--empty-older-than", "0", "--yes"},
+    };
+    for (const auto& args : commands) {
+        const auto r = s.errors(args, dayLater);
+        EXPECT_EQ(r.status, 1) << args[0];
+        EXPECT_EQ(r.output, "brimstell: Another clean is running. Try again when it has finished.\n") << args[0];
+        EXPECT_TRUE(fs::exists(s.cache) && fs::exists(s.log) && fs::exists(inTrash)) << "nothing moved by " << args[0];
+    }
+    EXPECT_FALSE(s.settings().object("widget.lastClean").has_value());
+    EXPECT_FALSE(s.settings().object("autoClean.lastRun").has_value());
+
+    held.reset();
+    const auto r = s.run({"trash-bin", "--empty-older-than", "0", "--yes"}, dayLater);
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.output, "Deleted 1 item for good, freed 4 kB.\n");
+    EXPECT_EQ(s.run({"clean", "--yes"}).status, 0);
+    EXPECT_FALSE(fs::exists(s.cache) || fs::exists(s.log));
 }
 
 }  // namespace

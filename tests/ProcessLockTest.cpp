@@ -10,6 +10,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <thread>
+
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/cleaning/ProcessLock.hpp"
 #include "support/TestSupport.hpp"
 #include "support/TrashTestSupport.hpp"
@@ -122,6 +125,38 @@ TEST(ProcessLock, RefusesWhatIsNotAPlainFileOfItsOwn) {
     EXPECT_EQ(testing_support::readText(dir / "target"), "keep");
     EXPECT_FALSE(testing_support::exists(dir / "nothing")) << "the link's target was created";
     EXPECT_TRUE(freeForAnotherProcess(dir / "target"));
+}
+
+// The clean lock is taken again within a process, from any thread, and goes with its last holder;
+// another process keeps it out.
+TEST(CleanLock, TakenAgainWithinTheProcessAndFreedWithTheLastHolder) {
+    testing_support::TempDir dir;
+    const std::string path = dir / "clean.lock";
+    std::optional<brimstell::CleanLock> outer = brimstell::CleanLock::take(path);
+    ASSERT_TRUE(outer.has_value());
+    std::optional<brimstell::CleanLock> inner = brimstell::CleanLock::take(path);
+    ASSERT_TRUE(inner.has_value()) << "a nested take";
+    bool fromAnotherThread = false;
+    std::thread([&] { fromAnotherThread = brimstell::CleanLock::take(path).has_value(); }).join();
+    EXPECT_TRUE(fromAnotherThread);
+    EXPECT_FALSE(freeForAnotherProcess(path));
+
+    outer.reset();
+    EXPECT_FALSE(freeForAnotherProcess(path)) << "the inner holder still has it";
+    std::optional<brimstell::CleanLock> moved(std::move(*inner));
+    inner.reset();
+    EXPECT_FALSE(freeForAnotherProcess(path)) << "moved, not let go";
+    moved = brimstell::CleanLock::take(path);  // assigned over: the old holder goes, the new one holds
+    EXPECT_FALSE(freeForAnotherProcess(path));
+    moved.reset();
+    EXPECT_TRUE(freeForAnotherProcess(path));
+
+    LockHolder other(path);
+    ASSERT_TRUE(other.holding());
+    EXPECT_FALSE(brimstell::CleanLock::take(path).has_value());
+    other.kill();
+    EXPECT_TRUE(brimstell::CleanLock::take(path).has_value());
+    EXPECT_FALSE(brimstell::CleanLock::take("").has_value());
 }
 
 }  // namespace

@@ -146,7 +146,7 @@ TEST_F(TrashInterop, AnotherDisksTrashIsSharedToo) {
     makeFolders(vol + "/sub");
     writeBytes(vol + "/sub/doc.txt", "doc");
     writeBytes(vol + "/put.txt", "put");
-    EXPECT_EQ(trash(vol + "/sub/doc.txt"), vol + "/.Trash-0/files/doc.txt");
+    EXPECT_EQ(trash(vol + "/sub/doc.txt"), vol + env.ownTrash + "/files/doc.txt");
 
     RunResult r = shell("trash-list");
     EXPECT_NE(r.output.find("2026-09-21 19:43:20 " + vol + "/sub/doc.txt\n"), std::string::npos) << r.output;
@@ -156,12 +156,12 @@ TEST_F(TrashInterop, AnotherDisksTrashIsSharedToo) {
     std::map<std::string, std::optional<std::string>> originals;
     for (const auto& i : listed()) originals[i.location] = i.originalPath;
     EXPECT_EQ(originals, (std::map<std::string, std::optional<std::string>>{
-                             {vol + "/.Trash-0/files/doc.txt", vol + "/sub/doc.txt"},
-                             {vol + "/.Trash-0/files/put.txt", vol + "/put.txt"}}));
+                             {vol + env.ownTrash + "/files/doc.txt", vol + "/sub/doc.txt"},
+                             {vol + env.ownTrash + "/files/put.txt", vol + "/put.txt"}}));
 
     r = shell("printf '0\\n' | trash-restore \"$1\"", {vol + "/sub"});
     EXPECT_EQ(readText(vol + "/sub/doc.txt"), "doc") << r.output;
-    EXPECT_FALSE(exists(vol + "/.Trash-0/info/doc.txt.trashinfo"));
+    EXPECT_FALSE(exists(vol + env.ownTrash + "/info/doc.txt.trashinfo"));
 }
 
 }  // namespace

@@ -236,26 +236,28 @@ TEST_F(FreedesktopTrashTest, ListsTheTrashesOfMountedVolumes) {
                "35 22 8:6 / /vol rw - ext4 /dev/sdb1 rw\n"
                "36 22 0:50 / /net rw - nfs4 server:/export rw\n"
                "garbage line\n");
-    // Read: /vol's own .Trash-0 (relative Path) and "/vol two"'s sticky shared .Trash. Not read: /vol3's
-    // .Trash-0, a link; /vol4's .Trash, not sticky; pseudo and network file systems.
-    for (const char* f : {"/vol/.Trash-0/files/rel x", "/vol two/.Trash/0/files/shared", "/elsewhere/files/planted",
-                          "/vol4/.Trash/0/files/unsafe", "/proc/.Trash-0/files/pseudo", "/net/.Trash-0/files/remote"}) {
+    // Read: /vol's own .Trash-<uid> (relative Path) and "/vol two"'s sticky shared .Trash. Not read:
+    // /vol3's .Trash-<uid>, a link; /vol4's .Trash, not sticky; pseudo and network file systems.
+    for (const std::string& f : {"/vol" + env.ownTrash + "/files/rel x", "/vol two" + env.sharedTrash + "/files/shared",
+                                 std::string("/elsewhere/files/planted"), "/vol4" + env.sharedTrash + "/files/unsafe",
+                                 "/proc" + env.ownTrash + "/files/pseudo", "/net" + env.ownTrash + "/files/remote"}) {
         writeWithFolders(root + f);
     }
-    writeWithFolders(root + "/vol/.Trash-0/info/rel x.trashinfo",
+    writeWithFolders(root + "/vol" + env.ownTrash + "/info/rel x.trashinfo",
                      "[Trash Info]\nPath=sub/rel%20x\nDeletionDate=2026-09-21T19:43:20\n");
     ASSERT_EQ(::chmod((root + "/vol two/.Trash").c_str(), 01777), 0);
     makeFolders(root + "/vol3");
-    ASSERT_EQ(::symlink((root + "/elsewhere").c_str(), (root + "/vol3/.Trash-0").c_str()), 0);
+    ASSERT_EQ(::symlink((root + "/elsewhere").c_str(), (root + "/vol3" + env.ownTrash).c_str()), 0);
 
-    EXPECT_EQ(originals(), (Originals{{root + "/vol/.Trash-0/files/rel x", root + "/vol/sub/rel x"},
-                                      {root + "/vol two/.Trash/0/files/shared", std::nullopt}}));
+    EXPECT_EQ(originals(), (Originals{{root + "/vol" + env.ownTrash + "/files/rel x", root + "/vol/sub/rel x"},
+                                      {root + "/vol two" + env.sharedTrash + "/files/shared", std::nullopt}}));
+    ASSERT_FALSE(listed().empty());
     EXPECT_EQ(listed().front().dateAdded, now);
     auto& bin = *quorv::host().trash;
-    EXPECT_TRUE(bin.isInTrash(root + "/vol/.Trash-0/files/rel x"));
-    EXPECT_EQ(bin.erase({root + "/vol/.Trash-0/files/rel x", root + "/vol3/.Trash-0/files/planted"}),
-              std::vector<std::string>{root + "/vol/.Trash-0/files/rel x"});
-    EXPECT_FALSE(exists(root + "/vol/.Trash-0/info/rel x.trashinfo"));
+    EXPECT_TRUE(bin.isInTrash(root + "/vol" + env.ownTrash + "/files/rel x"));
+    EXPECT_EQ(bin.erase({root + "/vol" + env.ownTrash + "/files/rel x", root + "/vol3" + env.ownTrash + "/files/planted"}),
+              std::vector<std::string>{root + "/vol" + env.ownTrash + "/files/rel x"});
+    EXPECT_FALSE(exists(root + "/vol" + env.ownTrash + "/info/rel x.trashinfo"));
     EXPECT_TRUE(exists(root + "/elsewhere/files/planted"));
 }
 
@@ -310,12 +312,13 @@ TEST_F(FreedesktopTrashTest, ForgetRestoredDropsOnlyWhatLeft) {
 }
 
 TEST_F(FreedesktopTrashTest, KnowsItsTrashFolders) {
+    const std::string other = std::to_string(quorv::host().uid + 1);  // another user's
     const std::pair<std::string, bool> cases[] = {
         {env.trash + "/files/x", true},           {env.trash + "/files/x/", true},
         {env.trash + "/files/x/inner", false},   {env.trash + "/info/x.trashinfo", false},
-        {env.trash + "/files", false},           {"/media/usb/.Trash-0/files/x", true},
-        {"/media/usb/.Trash/0/files/x", true},   {"/media/usb/.Trash-1000/files/x", false},
-        {"/media/usb/.Trash/1000/files/x", false}, {"/media/usb/Trash/files/x", false},
+        {env.trash + "/files", false},           {"/media/usb" + env.ownTrash + "/files/x", true},
+        {"/media/usb" + env.sharedTrash + "/files/x", true},   {"/media/usb/.Trash-" + other + "/files/x", false},
+        {"/media/usb/.Trash/" + other + "/files/x", false}, {"/media/usb/Trash/files/x", false},
         {"/home/other/.local/share/Trash/files/x", false}, {"files/x", false},
     };
     for (const auto& [location, inTrash] : cases) EXPECT_EQ(quorv::host().trash->isInTrash(location), inTrash) << location;
@@ -329,34 +332,35 @@ TEST_F(FreedesktopTrashTest, OtherDisksUseTheirOwnTrashOrRefuse) {
 
     // No .Trash: a .Trash-$uid of our own, made 0700, Path relative to the volume's top.
     writeWithFolders(vol + "/sub/doc.txt", "doc");
-    EXPECT_EQ(trash(vol + "/sub/doc.txt"), vol + "/.Trash-0/files/doc.txt");
-    EXPECT_EQ(readText(vol + "/.Trash-0/info/doc.txt.trashinfo"),
+    EXPECT_EQ(trash(vol + "/sub/doc.txt"), vol + env.ownTrash + "/files/doc.txt");
+    EXPECT_EQ(readText(vol + env.ownTrash + "/info/doc.txt.trashinfo"),
               "[Trash Info]\nPath=sub/doc.txt\nDeletionDate=2026-09-21T19:43:20\n");
     struct stat st{};
-    ASSERT_EQ(::lstat((vol + "/.Trash-0").c_str(), &st), 0);
+    ASSERT_EQ(::lstat((vol + env.ownTrash).c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0700u);
     EXPECT_FALSE(exists(env.trash + "/files/doc.txt"));  // never copied home
-    EXPECT_EQ(originals(), (Originals{{vol + "/.Trash-0/files/doc.txt", vol + "/sub/doc.txt"}}));
+    EXPECT_EQ(originals(), (Originals{{vol + env.ownTrash + "/files/doc.txt", vol + "/sub/doc.txt"}}));
+    ASSERT_FALSE(listed().empty());
     EXPECT_EQ(listed().front().dateAdded, now);
 
     // A sticky .Trash takes precedence: its folder for our uid.
     ASSERT_EQ(::mkdir((vol + "/.Trash").c_str(), 01777), 0);
     ASSERT_EQ(::chmod((vol + "/.Trash").c_str(), 01777), 0);
     writeBytes(vol + "/b.txt", "b");
-    EXPECT_EQ(trash(vol + "/b.txt"), vol + "/.Trash/0/files/b.txt");
-    EXPECT_EQ(readText(vol + "/.Trash/0/info/b.txt.trashinfo"),
+    EXPECT_EQ(trash(vol + "/b.txt"), vol + env.sharedTrash + "/files/b.txt");
+    EXPECT_EQ(readText(vol + env.sharedTrash + "/info/b.txt.trashinfo"),
               "[Trash Info]\nPath=b.txt\nDeletionDate=2026-09-21T19:43:20\n");
     EXPECT_EQ(listed().size(), 2u);
 
-    // Unsafe Trashes: .Trash not sticky and .Trash-0 a link, or .Trash-0 someone else's.
+    // Unsafe Trashes: .Trash not sticky and .Trash-<uid> a link, or .Trash-<uid> someone else's.
     ASSERT_EQ(::chmod((vol + "/.Trash").c_str(), 0777), 0);
-    ASSERT_EQ(::rename((vol + "/.Trash-0").c_str(), (vol + "/old").c_str()), 0);
-    ASSERT_EQ(::symlink((vol + "/old").c_str(), (vol + "/.Trash-0").c_str()), 0);
+    ASSERT_EQ(::rename((vol + env.ownTrash).c_str(), (vol + "/old").c_str()), 0);
+    ASSERT_EQ(::symlink((vol + "/old").c_str(), (vol + env.ownTrash).c_str()), 0);
     writeBytes(vol + "/c.txt", "c");
     EXPECT_EQ(refused(vol + "/c.txt"), otherDisk);
-    ASSERT_EQ(::unlink((vol + "/.Trash-0").c_str()), 0);
-    ASSERT_EQ(::mkdir((vol + "/.Trash-0").c_str(), 0700), 0);
-    ASSERT_EQ(::chown((vol + "/.Trash-0").c_str(), 4321, 4321), 0);
+    ASSERT_EQ(::unlink((vol + env.ownTrash).c_str()), 0);
+    ASSERT_EQ(::mkdir((vol + env.ownTrash).c_str(), 0700), 0);
+    ASSERT_EQ(::chown((vol + env.ownTrash).c_str(), 4321, 4321), 0);
     EXPECT_EQ(refused(vol + "/c.txt"), otherDisk);
     EXPECT_EQ(readText(vol + "/c.txt"), "c");
     EXPECT_FALSE(exists(env.trash + "/files/c.txt"));
@@ -536,7 +540,8 @@ TEST(TrashBinTest, EmptiesOnlyOldItemsAndCountsWhatItFreed) {
 }
 
 TEST(TrashBinTest, NoBackendIsAnEmptyTrash) {
-    auto h = quorv::hostFromEnvironment({});
+    testing_support::TempDir home;  // the clean lock's folder
+    auto h = quorv::hostFromEnvironment({{"HOME", home.path()}});
     h->trash = nullptr;
     quorv::HostScope scope(h);
     EXPECT_TRUE(TrashBin::items().empty());

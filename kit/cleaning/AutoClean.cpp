@@ -6,7 +6,7 @@
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/cleaning/JunkModel.hpp"
-#include "kit/cleaning/ProcessLock.hpp"
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/TrashBin.hpp"
 #include "support/background/Background.hpp"
@@ -54,7 +54,7 @@ std::int64_t sizeOf(const std::vector<FileItem>& items) {
 
 }  // namespace
 
-std::string AutoClean::lockFile() { return ProcessLock::cleanLockFile(FS::home()); }
+std::string AutoClean::lockFile() { return CleanLock::file(); }
 
 std::optional<double> AutoClean::nextRun() {
     const auto s = AutoCleanRules::settingsFrom(quorv::settings());
@@ -76,7 +76,8 @@ std::optional<std::int64_t> AutoClean::run(bool manual) {
     settings.synchronize();
     const auto s = AutoCleanRules::settingsFrom(settings);
 
-    auto lock = ProcessLock::take(lockFile());
+    // Held for the whole run; the junk clean and the Trash's emptying below take it again.
+    const auto lock = CleanLock::take(lockFile());
     if (!lock) {
         // The app or the agent is cleaning right now: this run ends without a trace.
         running = false;
@@ -90,7 +91,7 @@ std::optional<std::int64_t> AutoClean::run(bool manual) {
             scanSafeJunk(model);
             bytes += model.clean(std::string(source)).freed;
         }
-        if (s.emptyTrash) bytes += TrashBin::emptyOlderThan(trashDays(s));
+        if (s.emptyTrash) bytes += TrashBin::emptyOlderThan(trashDays(s)).value_or(0);
         if (s.downloads) {
             const auto old = AutoCleanRules::old(downloadsFolder(), s.downloadsDays, quorv::host().now(), true);
             if (!old.empty()) bytes += FS::trash(old, std::string(source)).freed;
@@ -116,11 +117,19 @@ std::optional<std::int64_t> AutoClean::run(bool manual) {
 }
 
 CleanReport AutoClean::cleanSafeJunk() {
+    CleanReport report;
+    // Taken before the scan, so that a busy clean doesn't scan for nothing; the model's clean takes
+    // it again.
+    const auto lock = CleanLock::take();
+    if (!lock) {
+        report.busy = true;
+        report.title = CleanLock::busyText;
+        return report;
+    }
     auto model = ownJunkModel();
     scanSafeJunk(model);
     // The model's clean writes the widget's last clean and what it freed, and feeds it the rest.
     const auto result = model.clean(std::string(quickCleanSource));
-    CleanReport report;
     report.freed = result.freed;
     if (result.freed < 1) {
         report.title = "Nothing to clean";

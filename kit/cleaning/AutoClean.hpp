@@ -23,6 +23,7 @@ struct CleanReport {
     std::string title;
     std::string body;
     std::int64_t freed = 0;
+    bool busy = false;  // another clean held the clean lock: nothing was moved
 };
 
 class AutoClean {
@@ -49,13 +50,14 @@ public:
     std::optional<std::int64_t> run(bool manual);
 
     // Scans and moves the safe junk (what Auto Clean may take), writes the widget's figures, and
-    // says what happened.
+    // says what happened. Holds the clean lock throughout; when another clean has it, moves and
+    // writes nothing and its title is CleanLock::busyText.
     static CleanReport cleanSafeJunk();
 
     // Measures what a run would free now, moving nothing; also kept in `preview`.
     AutoCleanPreview computePreview();
 
-    // The lock file in the home folder.
+    // The clean lock's file in the home folder (CleanLock::file()).
     static std::string lockFile();
 };
 

@@ -7,6 +7,7 @@
 #include "kit/agent/SettingsKeys.hpp"
 #include "kit/agent/WidgetFeed.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/cleaning/JunkScanner.hpp"
 #include "kit/files/FS.hpp"
@@ -163,9 +164,36 @@ void JunkModel::scan() {
     changed();
 }
 
+namespace {
+
+// Adds what of items moved (by match key) to result: freed bytes are the scanned sizes of what
+// moved, each location once (counted across calls); what did not move is skipped.
+void tally(const std::vector<FileItem>& items, const std::set<std::string>& moved, JunkCleanResult& result,
+           std::set<std::string>& counted) {
+    for (const auto& item : items) {
+        const auto key = JunkModel::matchKey(item.location);
+        if (moved.count(key) == 0) {
+            result.skippedLocations.push_back(item.location);
+            continue;
+        }
+        if (!counted.insert(key).second) continue;
+        ++result.moved;
+        if (item.size > 0) result.freed += item.size;
+    }
+}
+
+}  // namespace
+
 JunkCleanResult JunkModel::clean(const std::optional<std::string>& source) {
     JunkCleanResult result;
     if (scanning || cleaning) return result;
+    const auto lock = CleanLock::take();
+    if (!lock) {
+        result.busy = true;
+        message = CleanLock::busyText;
+        changed();
+        return result;
+    }
     cleaning = true;
     changed();
 
@@ -189,20 +217,9 @@ JunkCleanResult JunkModel::clean(const std::optional<std::string>& source) {
         for (const auto& location : rootMoved) moved.insert(matchKey(location));
     }
 
-    // Freed bytes are the scanned sizes of what moved, each location once.
     std::set<std::string> counted;
-    for (const auto* list : {&own, &root}) {
-        for (const auto& item : *list) {
-            const auto key = matchKey(item.location);
-            if (moved.count(key) == 0) {
-                result.skippedLocations.push_back(item.location);
-                continue;
-            }
-            if (!counted.insert(key).second) continue;
-            ++result.moved;
-            if (item.size > 0) result.freed += item.size;
-        }
-    }
+    tally(own, moved, result, counted);
+    tally(root, moved, result, counted);
     result.skipped = result.skippedLocations.size();
 
     auto& settings = quorv::settings();

@@ -23,6 +23,7 @@ struct JunkCleanResult {
     std::size_t moved = 0;        // items moved
     std::size_t skipped = 0;      // items that could not be moved (in use, protected, vanished)
     std::vector<std::string> skippedLocations;
+    bool busy = false;            // another clean held the clean lock: nothing was moved
 };
 
 class JunkModel {
@@ -61,7 +62,8 @@ public:
     // Scans the home folder, then (when the helper is on) the system folders; keeps earlier ticks.
     void scan();
     // Moves the ticked items of the ticked categories to the Trash and records them in the
-    // cleaning history under source (the history's default source when none is given).
+    // cleaning history under source (the history's default source when none is given). Holds the
+    // clean lock throughout; when another clean has it, moves nothing and says CleanLock::busyText.
     JunkCleanResult clean(const std::optional<std::string>& source = std::nullopt);
 
     // Carries the ticks of an earlier result over to cats: a category keeps its `enabled` and an item

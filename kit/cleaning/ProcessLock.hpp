@@ -1,6 +1,7 @@
 #pragma once
 // The lock that keeps two processes (the app and the agent) from cleaning at the same time: an
-// exclusive flock on a lock file, held while the object lives.
+// exclusive flock on a lock file, held while the object lives. Cleanings take the clean lock
+// through CleanLock, which may be taken again within a process.
 
 #include <optional>
 #include <string>

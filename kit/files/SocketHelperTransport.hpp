@@ -1,6 +1,6 @@
 #pragma once
 // The channel to the root helper on Linux: a Unix-domain socket, one connection per request (the
-// helper serves one request per connection, one connection at a time). The frames are
+// helper serves one request per connection). The frames are
 // HelperWire's: the helper's challenge, our request with its nonce, the helper's reply.
 
 #include <string>

@@ -5,6 +5,7 @@
 #include <memory>
 #include <set>
 
+#include "kit/cleaning/CleanLock.hpp"
 #include "kit/files/FS.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
@@ -75,11 +76,20 @@ std::vector<TrashBinItem> TrashBin::olderThan(int days, double now) {
     return out;
 }
 
-std::int64_t TrashBin::emptyOlderThan(int days) {
-    const auto old = olderThan(days, quorv::host().now());
+std::optional<std::vector<std::string>> TrashBin::emptyItems(const std::vector<TrashBinItem>& chosen) {
+    const auto lock = CleanLock::take();
+    if (!lock) return std::nullopt;
     std::vector<std::string> locations;
-    for (const auto& item : old) locations.push_back(item.location);
-    const auto goneList = deleteForGood(locations);
+    for (const auto& item : chosen) locations.push_back(item.location);
+    return deleteForGood(locations);
+}
+
+std::optional<std::int64_t> TrashBin::emptyOlderThan(int days) {
+    // Held from the choice to the deletion, so that what is chosen is what this clean deletes.
+    const auto lock = CleanLock::take();
+    if (!lock) return std::nullopt;
+    const auto old = olderThan(days, quorv::host().now());
+    const auto goneList = emptyItems(old).value_or(std::vector<std::string>());
     const std::set<std::string> gone(goneList.begin(), goneList.end());
     std::int64_t freed = 0;
     for (const auto& item : old) {

@@ -31,9 +31,14 @@ struct TrashBin {
     static std::vector<TrashBinItem> olderThan(int days, double now);
     static bool isOlderThan(const std::optional<double>& dateAdded, int days, double now);
 
-    // Deletes for good the items older than `days` days at host().now(); returns the bytes freed
-    // (the sizes of the items that are gone afterwards).
-    static std::int64_t emptyOlderThan(int days);
+    // Deletes these items (from olderThan) for good under the clean lock; returns the locations now
+    // gone, or nullopt when another clean holds the lock, and then nothing is deleted.
+    static std::optional<std::vector<std::string>> emptyItems(const std::vector<TrashBinItem>& chosen);
+
+    // Deletes for good the items older than `days` days at host().now() under the clean lock;
+    // returns the bytes freed (the sizes of the items that are gone afterwards), or nullopt when
+    // another clean holds the lock, and then nothing is deleted.
+    static std::optional<std::int64_t> emptyOlderThan(int days);
 };
 
 }  // namespace brimstell

@@ -33,6 +33,8 @@ LinuxTrashHost::LinuxTrashHost(double now) {
     host->calendar.utc = false;
     host->clock = [now] { return now; };
     host->trash = std::make_shared<brimstell::FreedesktopTrash>();
+    ownTrash = "/.Trash-" + std::to_string(host->uid);
+    sharedTrash = "/.Trash/" + std::to_string(host->uid);
 }
 
 void LinuxTrashHost::mounts(const std::vector<std::string>& systemPaths, const std::string& fileSystem) const {

@@ -25,6 +25,10 @@ struct LinuxTrashHost {
     std::string base;  // dir's real path
     std::string home;  // base + "/home/someone"
     std::string trash; // home + "/.local/share/Trash"
+    // This user's Trash folders at the top of another disk, for the uid the tests run as:
+    // "/.Trash-<uid>" of its own and "/.Trash/<uid>" in a shared one.
+    std::string ownTrash;
+    std::string sharedTrash;
     std::shared_ptr<quorv::Host> host;
     std::map<std::string, std::string> toolEnvironment() const;  // HOME, XDG_DATA_HOME, TZ, LC_ALL
 };
