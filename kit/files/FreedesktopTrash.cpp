@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <set>
 #include <utility>
@@ -16,6 +15,7 @@
 #include "kit/files/TrashInfo.hpp"
 #include "kit/files/TrashNames.hpp"
 #include "kit/files/TrashTexts.hpp"
+#include "shared/trash/TrashInfoClaim.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
 
@@ -107,16 +107,6 @@ std::optional<std::pair<TrashDir, std::string>> trashOf(std::string location) {
 // A regular file's text; a FIFO or device in a .trashinfo's place is refused without waiting.
 std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes) {
     return files::readAt(dirFd, name, maxBytes);
-}
-
-bool writeAll(int fd, std::string_view data) {
-    while (!data.empty()) {
-        const ssize_t n = ::write(fd, data.data(), data.size());
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
 }
 
 // Drops the line of the folder `name` from the Trash's "directorysizes" cache, when it has one:
@@ -245,55 +235,6 @@ UniqueFd topFolderOf(int folderFd) {
     return {};
 }
 
-// Writes the .trashinfo text under a temporary name in info/ that trash-cli, gio and the file
-// managers ignore (it doesn't end in ".trashinfo"). Not synced, as gio and trash-cli don't: a
-// crash of the machine that loses it leaves the item listed without its original place (the
-// cleaning history still has it), and a bulk move stays fast.
-std::optional<std::string> writeTemporaryInfo(int infoFd, const std::string& text) {
-    static std::atomic<unsigned long> counter{0};
-    const std::string name = ".brimstell-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) + ".tmp";
-    UniqueFd fd(::openat(infoFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!fd) return std::nullopt;
-    if (!writeAll(fd.get(), text)) {
-        ::unlinkat(infoFd, name.c_str(), 0);
-        return std::nullopt;
-    }
-    return name;
-}
-
-// Removes temporary .trashinfo texts that a mover killed mid-move left in info/: a day old, as a
-// live mover keeps one for a moment only.
-void sweepTemporaryInfo(int infoFd) {
-    const int listFd = ::openat(infoFd, ".", LinkSafe::folderFlags);
-    DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
-    if (!dir) {
-        if (listFd >= 0) ::close(listFd);
-        return;
-    }
-    while (const dirent* entry = ::readdir(dir)) {
-        const std::string_view name(entry->d_name);
-        struct stat st{};
-        if (!name.starts_with(".brimstell-") || !name.ends_with(".tmp") ||
-            ::fstatat(infoFd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(st.st_mode)) {
-            continue;
-        }
-        if (static_cast<double>(st.st_mtime) < host().now() - 86'400) ::unlinkat(infoFd, entry->d_name, 0);
-    }
-    ::closedir(dir);
-}
-
-// Puts the whole temporary .trashinfo in place as info, never replacing one: a hard link where the
-// file system has them, else an exclusive rename (the temporary name is then written again).
-// 0, or the errno value (EEXIST when the name is taken).
-int claimInfo(int infoFd, std::string& temp, const std::string& info, const std::string& text) {
-    if (::linkat(infoFd, temp.c_str(), infoFd, info.c_str(), 0) == 0) return 0;
-    const int e = errno;
-    if (e != EPERM && e != ENOTSUP && e != EOPNOTSUPP && e != EMLINK) return e;
-    const int failure = LinkSafe::renameNoReplace(infoFd, temp, infoFd, info);
-    if (failure == 0) temp = writeTemporaryInfo(infoFd, text).value_or("");
-    return failure;
-}
-
 // Claims a name in the Trash with its .trashinfo, then moves the item under it.
 std::optional<std::string> place(int trashFd, const std::string& trashPath, int parentFd, const std::string& name,
                                  const std::string& infoText, std::string& error) {
@@ -305,8 +246,11 @@ std::optional<std::string> place(int trashFd, const std::string& trashPath, int 
     }
     UniqueFd filesFd = openDir(trashFd, "files");
     UniqueFd infoFd = openDir(trashFd, "info");
-    std::string temp = infoFd ? writeTemporaryInfo(infoFd.get(), infoText).value_or("") : "";
-    if (!filesFd || temp.empty()) {
+    // Not synced, as gio and trash-cli don't: a crash of the machine that loses it leaves the item
+    // listed without its original place (the cleaning history still has it), and a bulk move
+    // stays fast.
+    auto claim = infoFd ? TrashInfoClaim::prepare(infoFd.get(), infoText) : std::nullopt;
+    if (!filesFd || !claim) {
         error = trashText::notMoved;
         return std::nullopt;
     }
@@ -314,9 +258,9 @@ std::optional<std::string> place(int trashFd, const std::string& trashPath, int 
     error = trashText::notMoved;
     for (int n = 1; n <= maxNumberedNames && !placed; ++n) {
         const std::string candidate = TrashNames::freedesktop(name, n, maxNameBytes);
-        if (candidate.empty() || temp.empty()) break;
+        if (candidate.empty()) break;
         const std::string info = candidate + infoSuffix;
-        const int claimed = claimInfo(infoFd.get(), temp, info, infoText);
+        const int claimed = claim->claim(info);
         if (claimed == EEXIST) continue;
         if (claimed != 0) {
             error = trashText::forError(claimed);
@@ -332,7 +276,6 @@ std::optional<std::string> place(int trashFd, const std::string& trashPath, int 
         error = trashText::forError(failure);
         break;
     }
-    if (!temp.empty()) ::unlinkat(infoFd.get(), temp.c_str(), 0);
     if (placed) error.clear();
     return placed;
 }
@@ -428,7 +371,7 @@ std::vector<quorv::TrashedItem> FreedesktopTrash::list() {
         UniqueFd filesFd = openDir(trashFd.get(), "files");
         UniqueFd infoFd = openDir(trashFd.get(), "info");
         if (!filesFd) continue;
-        if (infoFd) sweepTemporaryInfo(infoFd.get());
+        if (infoFd) TrashInfoClaim::sweep(infoFd.get(), host().now());
         const int listFd = ::dup(filesFd.get());
         DIR* dir = listFd >= 0 ? ::fdopendir(listFd) : nullptr;
         if (!dir) {

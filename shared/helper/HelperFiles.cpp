@@ -10,7 +10,9 @@
 #include <cerrno>
 
 #include "shared/helper/HelperPaths.hpp"
+#include "support/posix/Files.hpp"
 #include "shared/trash/TrashInfo.hpp"
+#include "shared/trash/TrashInfoClaim.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/LinkSafe.hpp"
 
@@ -60,24 +62,23 @@ std::string accountFolder(std::string_view path, HelperRules rules) {
 std::optional<std::string> HelperFiles::moveIntoTrash(int fromDir, const std::string& fromName, const Trash& trash,
                                                       const std::string& name, const std::string& original) const {
     if (!trash.info) return moveUnderFreeName(fromDir, fromName, trash.files.get(), name);
-    struct stat owner {};
-    if (::fstat(trash.files.get(), &owner) != 0) return std::nullopt;
+    struct stat holder {};
+    if (::fstat(trash.files.get(), &holder) != 0) return std::nullopt;
     const auto& h = quorv::host();
-    const std::string text = TrashInfo::format(original, h.now(), h.calendar);
+    // Only root can give the text to the Trash's owner; anyone else writes it as themselves.
+    std::optional<TrashInfoClaim::Owner> owner;
+    if (euid_ == 0) owner = TrashInfoClaim::Owner{holder.st_uid, holder.st_gid};
+    auto claim = TrashInfoClaim::prepare(trash.info.get(), TrashInfo::format(original, h.now(), h.calendar), owner, true);
+    if (!claim) return std::nullopt;
     for (int i = 1; i <= maxNameTries; ++i) {
         const std::string candidate = i == 1 ? name : name + " " + std::to_string(i);
         const std::string infoName = candidate + std::string(infoSuffix);
         // The .trashinfo file claims the name before the item takes it, as every freedesktop.org
-        // Trash writer does; one that can't be written leaves nothing behind.
-        UniqueFd info(::openat(trash.info.get(), infoName.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!info) {
-            if (errno == EEXIST) continue;
-            return std::nullopt;
-        }
-        const bool owned = ::fchown(info.get(), owner.st_uid, owner.st_gid) == 0 || euid_ != 0;
-        const bool written = owned && helperpaths::writeAll(info.get(), text) && ::fsync(info.get()) == 0;
-        info.reset();
-        const int error = written ? LinkSafe::renameNoReplace(fromDir, fromName, trash.files.get(), candidate) : EIO;
+        // Trash writer does; it appears whole or not at all.
+        const int claimed = claim->claim(infoName);
+        if (claimed == EEXIST) continue;
+        if (claimed != 0) return std::nullopt;
+        const int error = LinkSafe::renameNoReplace(fromDir, fromName, trash.files.get(), candidate);
         if (error == 0) return candidate;
         (void)::unlinkat(trash.info.get(), infoName.c_str(), 0);
         if (error != EEXIST) return std::nullopt;

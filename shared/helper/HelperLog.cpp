@@ -10,6 +10,7 @@
 
 #include "shared/helper/HelperFiles.hpp"
 #include "shared/helper/HelperPaths.hpp"
+#include "support/posix/Files.hpp"
 
 namespace brimstell {
 
@@ -64,7 +65,7 @@ bool HelperFiles::rewrite(std::string_view log, const std::vector<std::string>& 
     }
     UniqueFd fd(::openat(folder.get(), temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fd) return false;
-    const bool written = ::fchmod(fd.get(), 0600) == 0 && helperpaths::writeAll(fd.get(), text) && ::fsync(fd.get()) == 0 &&
+    const bool written = ::fchmod(fd.get(), 0600) == 0 && quorv::files::writeAll(fd.get(), text) && ::fsync(fd.get()) == 0 &&
                          ::close(fd.release()) == 0;
     if (!written || ::renameat(folder.get(), temp.c_str(), folder.get(), parts->name.c_str()) != 0) {
         (void)::unlinkat(folder.get(), temp.c_str(), 0);

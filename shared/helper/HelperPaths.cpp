@@ -51,18 +51,6 @@ std::vector<std::string> lines(std::string_view text) {
     return out;
 }
 
-bool writeAll(int fd, std::string_view data) {
-    while (!data.empty()) {
-        const ssize_t n = ::write(fd, data.data(), data.size());
-        if (n < 0) {
-            if (errno == EINTR) continue;
-            return false;
-        }
-        data.remove_prefix(static_cast<std::size_t>(n));
-    }
-    return true;
-}
-
 bool globMatch(std::string_view pattern, std::string_view text) {
     std::size_t p = 0, t = 0;
     std::size_t star = std::string_view::npos, resume = 0;

@@ -32,9 +32,6 @@ std::string identity(const struct stat& st);
 // Lines of a text, split on line feeds; empty lines are dropped.
 std::vector<std::string> lines(std::string_view text);
 
-// Writes all of data to fd, retrying after interruptions; false on any error.
-bool writeAll(int fd, std::string_view data);
-
 // Shell-style matching of * and ? over bytes, with * also matching "/".
 bool globMatch(std::string_view pattern, std::string_view text);
 

@@ -79,7 +79,6 @@ bool makeFolders(const std::string& path, mode_t mode) {
     return false;
 }
 
-namespace {
 bool writeAll(int fd, std::string_view data) {
     while (!data.empty()) {
         ssize_t n = ::write(fd, data.data(), data.size());
@@ -91,7 +90,6 @@ bool writeAll(int fd, std::string_view data) {
     }
     return true;
 }
-}  // namespace
 
 bool writeAtomically(const std::string& path, std::string_view data, mode_t mode) {
     const std::string folder = parentOf(path);

@@ -18,6 +18,9 @@ std::optional<std::string> read(const std::string& path, std::size_t maxBytes = 
 // The same for the entry name in the open folder dirFd.
 std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes = 64u << 20);
 
+// Writes all of data to fd, going on after interrupted and short writes; false on an error.
+bool writeAll(int fd, std::string_view data);
+
 // Writes a temporary file in the same folder, syncs it, renames it over path and syncs the folder,
 // so a reader sees the old file or the new one, never a part. Creates missing parent folders.
 bool writeAtomically(const std::string& path, std::string_view data, mode_t mode = 0644);
