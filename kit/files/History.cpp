@@ -261,8 +261,11 @@ bool History::replayLocked() {
         if (lines.find(id) == lines.end()) order.push_back(id);
         lines[id] = std::move(e);
     }
+    // Of the journal's few ids, those the list already holds (one pass over a list of thousands).
     std::set<std::string> known;
-    for (const auto& e : entries_) known.insert(e.id);
+    for (const auto& e : entries_) {
+        if (lines.count(e.id) != 0) known.insert(e.id);
+    }
     std::optional<std::vector<quorv::TrashedItem>> trashed;
     for (const auto& id : order) {
         auto& e = lines[id];
@@ -366,10 +369,15 @@ bool History::appendToJournal(const std::string& line) {
 
 void History::fold(const std::vector<HistoryEntry>& batch) {
     update([&](std::vector<HistoryEntry>& list) {
-        std::set<std::string> known;
-        for (const auto& e : list) known.insert(e.id);
+        // The batch's ids not yet in the list, found in one pass over it.
+        std::set<std::string> missing;
+        for (const auto& e : batch) missing.insert(e.id);
+        for (const auto& e : list) {
+            if (missing.empty()) break;
+            missing.erase(e.id);
+        }
         for (const auto& e : batch) {
-            if (known.insert(e.id).second) list.push_back(e);
+            if (missing.erase(e.id) != 0) list.push_back(e);
         }
     });
 }
@@ -419,21 +427,22 @@ std::vector<HistoryEntry> History::pruned(std::vector<HistoryEntry> entries, dou
                          [&](std::size_t a, std::size_t b) { return entries[a].date < entries[b].date; });
         std::vector<bool> drop(entries.size(), false);
         for (std::size_t k = 0; k < entries.size() - maxEntries; ++k) drop[order[k]] = true;
-        std::vector<HistoryEntry> kept;
-        kept.reserve(maxEntries);
+        std::size_t kept = 0;
         for (std::size_t i = 0; i < entries.size(); ++i) {
-            if (!drop[i]) kept.push_back(std::move(entries[i]));
+            if (drop[i]) continue;
+            if (kept != i) entries[kept] = std::move(entries[i]);
+            ++kept;
         }
-        entries = std::move(kept);
+        entries.resize(kept);
     }
     return entries;
 }
 
 std::vector<HistorySession> History::sessions() {
-    const std::vector<HistoryEntry> list = entries();
+    std::vector<HistoryEntry> list = entries();
     std::vector<HistorySession> out;
     std::map<std::string, std::size_t> index;
-    for (const auto& e : list) {
+    for (auto& e : list) {
         auto [it, isNew] = index.emplace(e.session, out.size());
         if (isNew) {
             HistorySession s;
@@ -445,7 +454,7 @@ std::vector<HistorySession> History::sessions() {
         auto& s = out[it->second];
         s.date = std::max(s.date, e.date);
         s.freed += e.size;
-        s.entries.push_back(e);
+        s.entries.push_back(std::move(e));
     }
     // Newest first; sessions of the same moment in the reverse of their order in the list.
     std::vector<std::size_t> order(out.size());
@@ -478,6 +487,29 @@ EntryStatus History::status(const HistoryEntry& e) {
         return EntryStatus::inTrash;
     }
     return locate(e).first == Found::gone ? EntryStatus::gone : EntryStatus::inTrash;
+}
+
+// As locate decides it: an item at the path, or one of the entry's identity in its folder.
+EntryStatus History::status(const HistoryEntry& e, TrashListings& listings) {
+    if (e.restoredTo || !e.trashed || e.isRoot()) return status(e);
+    const std::string path = located(e, *e.trashed);
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) == 0) return EntryStatus::inTrash;
+    if (!e.fileID) return EntryStatus::gone;
+    const std::string folder = quorv::files::parentOf(path);
+    auto [it, isNew] = listings.folders.try_emplace(folder);
+    if (isNew) {
+        if (DIR* dir = ::opendir(folder.c_str())) {
+            while (const dirent* d = ::readdir(dir)) {
+                struct stat other{};
+                if (::fstatat(::dirfd(dir), d->d_name, &other, AT_SYMLINK_NOFOLLOW) == 0) {
+                    it->second.emplace(static_cast<std::int64_t>(other.st_dev), static_cast<std::uint64_t>(other.st_ino));
+                }
+            }
+            ::closedir(dir);
+        }
+    }
+    return it->second.count({e.fileID->volume, e.fileID->file}) != 0 ? EntryStatus::inTrash : EntryStatus::gone;
 }
 
 // ---- Restoring ----
