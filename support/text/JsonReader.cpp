@@ -167,13 +167,15 @@ bool JsonReader::readString(std::string& out) {
     if (!expect('"')) return false;
     for (;;) {
         const std::size_t start = pos_;
+        unsigned char high = 0;  // any byte above ASCII: only then is the run checked for UTF-8
         while (pos_ < text_.size()) {
             const auto c = static_cast<unsigned char>(text_[pos_]);
             if (c == '"' || c == '\\' || c < 0x20) break;
+            high |= c & 0x80;
             ++pos_;
         }
         const std::string_view run = text_.substr(start, pos_ - start);
-        if (pos_ >= text_.size() || !isValidUtf8(run)) return fail();
+        if (pos_ >= text_.size() || (high != 0 && !isValidUtf8(run))) return fail();
         out.append(run);
         const char c = text_[pos_++];
         if (c == '"') return true;

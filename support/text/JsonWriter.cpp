@@ -62,7 +62,9 @@ JsonWriter& JsonWriter::string(std::string_view text) {
 // The escapes nlohmann writes: the two-letter ones, and \u00xx in lower case for the other
 // control characters; everything else as it is.
 void JsonWriter::escaped(std::string_view text) {
-    if (!isValidUtf8(text)) {
+    bool ascii = true;
+    for (const char c : text) ascii &= static_cast<unsigned char>(c) < 0x80;
+    if (!ascii && !isValidUtf8(text)) {
         escaped(validUtf8(text));
         return;
     }
