@@ -25,6 +25,8 @@
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/UniqueFd.hpp"
+#include "support/text/JsonReader.hpp"
+#include "support/text/JsonWriter.hpp"
 #include "support/text/Uuid.hpp"
 
 namespace brimstell {
@@ -237,6 +239,26 @@ std::optional<HistoryEntry> settled(HistoryEntry e, std::optional<std::vector<qu
     return std::nullopt;
 }
 
+// One journal line: its id, and the entry it records, or nullopt for {"id", "dropped"}. False for a
+// line that can't be read (the last one of a process killed mid-write) or has no id.
+bool readJournalLine(std::string_view line, std::string& id, std::optional<HistoryEntry>& entry) {
+    quorv::JsonReader scan(line);
+    bool dropped = false;
+    bool hasId = false;
+    if (!scan.beginObject()) return false;
+    for (std::string key; scan.nextKey(key);) {
+        if (key == "id") hasId = scan.peek() == quorv::JsonReader::Kind::string;
+        dropped |= key == "dropped";
+        if (!(key == "id" && hasId ? scan.readString(id) : scan.skip())) return false;
+    }
+    if (!scan.atEnd() || !hasId) return false;
+    entry.reset();
+    if (dropped) return true;
+    quorv::JsonReader in(line);
+    entry = HistoryEntry::read(in);
+    return entry && in.atEnd();
+}
+
 }  // namespace
 
 // Adds the journal's entries that the list lacks (by id). A later line of an id replaces an
@@ -253,11 +275,9 @@ bool History::replayLocked() {
         const auto end = rest.find('\n');
         const std::string_view line = rest.substr(0, end);
         rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-        const auto json = nlohmann::ordered_json::parse(line, nullptr, false);
-        if (!json.is_object() || !json.contains("id") || !json["id"].is_string()) continue;
-        const std::string id = json["id"].get<std::string>();
-        auto e = json.contains("dropped") ? std::nullopt : HistoryEntry::fromJson(json);
-        if (!e && !json.contains("dropped")) continue;
+        std::string id;
+        std::optional<HistoryEntry> e;
+        if (!readJournalLine(line, id, e)) continue;
         if (lines.find(id) == lines.end()) order.push_back(id);
         lines[id] = std::move(e);
     }
@@ -347,11 +367,17 @@ void History::record(const std::vector<MovedItem>& moved, const std::optional<st
 }
 
 bool History::journalDropped(const std::string& id) {
-    return appendToJournal(nlohmann::ordered_json{{"id", id}, {"dropped", true}}.dump() + "\n");
+    quorv::JsonWriter line(-1);
+    line.beginObject().key("id").string(id).key("dropped").boolean(true).endObject();
+    return appendToJournal(line.take() + "\n");
 }
 
 bool History::journal(const HistoryEntry& entry) {
-    return appendToJournal(entry.toJson().dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    quorv::JsonWriter line(-1);
+    line.beginObject();
+    entry.writeMembers(line);
+    line.endObject();
+    return appendToJournal(line.take() + "\n");
 }
 
 bool History::appendToJournal(const std::string& line) {
