@@ -26,6 +26,7 @@
 #include "kit/files/TrashBin.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
+#include "support/text/JsonWriter.hpp"
 #include "support/text/SizeText.hpp"
 
 namespace cli {
@@ -253,28 +254,37 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
 
 // ---- history ----
 
-Json entryJson(const brimstell::HistoryEntry& e, brimstell::History& history) {
-    Json j = e.toJson();
-    j["status"] = std::string(brimstell::statusText(history.status(e)));
-    return j;
+// Written straight into one buffer: a history of 20,000 entries as a JSON tree costs many times
+// the time and memory of the text itself. The layout is printJson's.
+void printHistoryJson(const std::vector<brimstell::HistorySession>& sessions, brimstell::History& history) {
+    std::size_t count = 0;
+    for (const auto& s : sessions) count += s.entries.size();
+    quorv::JsonWriter out(2, count * 560 + sessions.size() * 200 + 16);
+    brimstell::History::TrashListings listings;
+    out.beginArray();
+    for (const auto& s : sessions) {
+        out.beginObject().key("session").string(s.id).key("date").number(s.date);
+        if (s.source) out.key("source").string(*s.source);
+        out.key("freed").number(s.freed).key("entries").beginArray();
+        for (const auto& e : s.entries) {
+            out.beginObject();
+            e.writeMembers(out);
+            out.key("status").string(brimstell::statusText(history.status(e, listings)));
+            out.endObject();
+        }
+        out.endArray().endObject();
+    }
+    out.endArray();
+    const std::string& text = out.text();
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
 }
 
 void runHistory(bool json) {
     auto& history = brimstell::History::shared();
     const auto sessions = history.sessions();
     if (json) {
-        Json out = Json::array();
-        for (const auto& s : sessions) {
-            Json j = Json::object();
-            j["session"] = s.id;
-            j["date"] = s.date;
-            if (s.source) j["source"] = *s.source;
-            j["freed"] = s.freed;
-            j["entries"] = Json::array();
-            for (const auto& e : s.entries) j["entries"].push_back(entryJson(e, history));
-            out.push_back(std::move(j));
-        }
-        printJson(out);
+        printHistoryJson(sessions, history);
         return;
     }
     if (sessions.empty()) {
@@ -282,6 +292,7 @@ void runHistory(bool json) {
         return;
     }
     fmt::print("Kept for 90 days · items stay restorable until the Trash is emptied\n");
+    brimstell::History::TrashListings listings;
     for (const auto& s : sessions) {
         fmt::print("\n{}{} · freed {} · session {}\n", timeText(s.date), s.source ? " · " + *s.source : std::string(),
                    quorv::formatSize(s.freed), s.id);
@@ -291,7 +302,7 @@ void runHistory(bool json) {
             std::string where = shownPath(e.original);
             if (e.restoredTo && *e.restoredTo != e.original) where += " → " + shownPath(*e.restoredTo);
             fmt::print("  {}  {:>{}}  {:<12}  {}\n", e.id, quorv::formatSize(e.size), width,
-                       brimstell::statusText(history.status(e)), where);
+                       brimstell::statusText(history.status(e, listings)), where);
         }
     }
 }

@@ -184,7 +184,9 @@ TEST(CrashRecord, LeftoverJournalIsFoldedOnceAndRemoved) {
     const std::string tornLine = line(torn);
     writeBytes(history.journalPath(), line(kept) + line(whole) + line(wholeInTrash) + line(stayed) + line(moved) +
                                           line(dropped) + "{\"id\":\"" + dropped.id + "\",\"dropped\":true}\n" +
-                                          "not json\n" + tornLine.substr(0, tornLine.size() / 2));
+                                          "not json\n" + std::string(100'000, '[') + "\n{\"id\":5,\"dropped\":true}\n" +
+                                          "{\"id\":\"" + whole.id + "\",\"dropped\":true} x\n" +
+                                          tornLine.substr(0, tornLine.size() / 2));
     std::vector<std::string> ids;
     for (const auto& e : history.entries()) ids.push_back(e.id + " " + e.original + " " + e.trashed.value_or("-"));
     const std::vector<std::string> expected = {

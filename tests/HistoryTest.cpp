@@ -173,6 +173,16 @@ TEST(HistoryFile, CorruptFileIsMovedAsideAndTheHistoryStartsEmpty) {
         {"a negative inode", "[" + good.substr(0, good.size() - 1) + R"(,"fileID":{"volume":1,"file":-1}}])"},
         {"bytes that are not base64", "[" + good.substr(0, good.size() - 1) + R"(,"originalBytes":"%%%"}])"},
         {"invalid UTF-8", "[\"\xff\"]"},
+        {"cut short after a whole entry", "[" + good + ","}, {"a comma before the end", "[" + good + ",]"},
+        {"a lone surrogate escape", "[" + std::string(good).replace(good.find("/x"), 2, "\\ud800") + "]"},
+        {"a raw tab in a path", "[" + std::string(good).replace(good.find("/x"), 2, "/\tx") + "]"},
+        {"a date too big for a double", "[" + std::string(good).replace(good.find("1790000000"), 10, "1e400") + "]"},
+        {"a fractional size", "[" + std::string(good).replace(good.find("\"size\":1"), 8, "\"size\":1.5") + "]"},
+        {"a size beyond 64 bits", "[" + std::string(good).replace(good.find("\"size\":1"), 8, "\"size\":9223372036854775808") + "]"},
+        {"a leading zero", "[" + std::string(good).replace(good.find("\"size\":1"), 8, "\"size\":01") + "]"},
+        {"NaN", "[" + std::string(good).replace(good.find("1790000000"), 10, "NaN") + "]"},
+        {"a list in a list 600 deep", std::string(600, '[') + std::string(600, ']')},
+        {"a NUL after the list", "[" + good + "]" + std::string(1, '\0')},
     };
     for (const auto& c : cases) {
         HistorySandbox h;

@@ -400,6 +400,9 @@ TEST_F(SandboxTrashTest, FinderNamesAndTheLedger) {
     EXPECT_EQ(readText(trashFolder + "/report 14.05.31.pdf"), "b");
     for (const auto& i : listed()) got[i.location] = {i.originalPath, i.dateAdded};
     EXPECT_EQ(got, want);  // the ledger and its lock are not items
+    // Names sorted as encoded, each entry's keys in alphabetical order, indented by one.
+    EXPECT_EQ(readText(trashFolder + "/.brimstell-trash.json").substr(0, 55),
+              "{\n \"Photos\": {\n  \"dateAdded\": 1789999532.0,\n  \"file\": \"");
 
     // A third clash in the same second gets " 2".
     sandbox.setNow(1'789'999'531);

@@ -25,6 +25,8 @@
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/UniqueFd.hpp"
+#include "support/text/JsonReader.hpp"
+#include "support/text/JsonWriter.hpp"
 #include "support/text/Uuid.hpp"
 
 namespace brimstell {
@@ -237,6 +239,26 @@ std::optional<HistoryEntry> settled(HistoryEntry e, std::optional<std::vector<qu
     return std::nullopt;
 }
 
+// One journal line: its id, and the entry it records, or nullopt for {"id", "dropped"}. False for a
+// line that can't be read (the last one of a process killed mid-write) or has no id.
+bool readJournalLine(std::string_view line, std::string& id, std::optional<HistoryEntry>& entry) {
+    quorv::JsonReader scan(line);
+    bool dropped = false;
+    bool hasId = false;
+    if (!scan.beginObject()) return false;
+    for (std::string key; scan.nextKey(key);) {
+        if (key == "id") hasId = scan.peek() == quorv::JsonReader::Kind::string;
+        dropped |= key == "dropped";
+        if (!(key == "id" && hasId ? scan.readString(id) : scan.skip())) return false;
+    }
+    if (!scan.atEnd() || !hasId) return false;
+    entry.reset();
+    if (dropped) return true;
+    quorv::JsonReader in(line);
+    entry = HistoryEntry::read(in);
+    return entry && in.atEnd();
+}
+
 }  // namespace
 
 // Adds the journal's entries that the list lacks (by id). A later line of an id replaces an
@@ -253,16 +275,17 @@ bool History::replayLocked() {
         const auto end = rest.find('\n');
         const std::string_view line = rest.substr(0, end);
         rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-        const auto json = nlohmann::ordered_json::parse(line, nullptr, false);
-        if (!json.is_object() || !json.contains("id") || !json["id"].is_string()) continue;
-        const std::string id = json["id"].get<std::string>();
-        auto e = json.contains("dropped") ? std::nullopt : HistoryEntry::fromJson(json);
-        if (!e && !json.contains("dropped")) continue;
+        std::string id;
+        std::optional<HistoryEntry> e;
+        if (!readJournalLine(line, id, e)) continue;
         if (lines.find(id) == lines.end()) order.push_back(id);
         lines[id] = std::move(e);
     }
+    // Of the journal's few ids, those the list already holds (one pass over a list of thousands).
     std::set<std::string> known;
-    for (const auto& e : entries_) known.insert(e.id);
+    for (const auto& e : entries_) {
+        if (lines.count(e.id) != 0) known.insert(e.id);
+    }
     std::optional<std::vector<quorv::TrashedItem>> trashed;
     for (const auto& id : order) {
         auto& e = lines[id];
@@ -344,11 +367,17 @@ void History::record(const std::vector<MovedItem>& moved, const std::optional<st
 }
 
 bool History::journalDropped(const std::string& id) {
-    return appendToJournal(nlohmann::ordered_json{{"id", id}, {"dropped", true}}.dump() + "\n");
+    quorv::JsonWriter line(-1);
+    line.beginObject().key("id").string(id).key("dropped").boolean(true).endObject();
+    return appendToJournal(line.take() + "\n");
 }
 
 bool History::journal(const HistoryEntry& entry) {
-    return appendToJournal(entry.toJson().dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + "\n");
+    quorv::JsonWriter line(-1);
+    line.beginObject();
+    entry.writeMembers(line);
+    line.endObject();
+    return appendToJournal(line.take() + "\n");
 }
 
 bool History::appendToJournal(const std::string& line) {
@@ -366,10 +395,15 @@ bool History::appendToJournal(const std::string& line) {
 
 void History::fold(const std::vector<HistoryEntry>& batch) {
     update([&](std::vector<HistoryEntry>& list) {
-        std::set<std::string> known;
-        for (const auto& e : list) known.insert(e.id);
+        // The batch's ids not yet in the list, found in one pass over it.
+        std::set<std::string> missing;
+        for (const auto& e : batch) missing.insert(e.id);
+        for (const auto& e : list) {
+            if (missing.empty()) break;
+            missing.erase(e.id);
+        }
         for (const auto& e : batch) {
-            if (known.insert(e.id).second) list.push_back(e);
+            if (missing.erase(e.id) != 0) list.push_back(e);
         }
     });
 }
@@ -419,21 +453,22 @@ std::vector<HistoryEntry> History::pruned(std::vector<HistoryEntry> entries, dou
                          [&](std::size_t a, std::size_t b) { return entries[a].date < entries[b].date; });
         std::vector<bool> drop(entries.size(), false);
         for (std::size_t k = 0; k < entries.size() - maxEntries; ++k) drop[order[k]] = true;
-        std::vector<HistoryEntry> kept;
-        kept.reserve(maxEntries);
+        std::size_t kept = 0;
         for (std::size_t i = 0; i < entries.size(); ++i) {
-            if (!drop[i]) kept.push_back(std::move(entries[i]));
+            if (drop[i]) continue;
+            if (kept != i) entries[kept] = std::move(entries[i]);
+            ++kept;
         }
-        entries = std::move(kept);
+        entries.resize(kept);
     }
     return entries;
 }
 
 std::vector<HistorySession> History::sessions() {
-    const std::vector<HistoryEntry> list = entries();
+    std::vector<HistoryEntry> list = entries();
     std::vector<HistorySession> out;
     std::map<std::string, std::size_t> index;
-    for (const auto& e : list) {
+    for (auto& e : list) {
         auto [it, isNew] = index.emplace(e.session, out.size());
         if (isNew) {
             HistorySession s;
@@ -445,7 +480,7 @@ std::vector<HistorySession> History::sessions() {
         auto& s = out[it->second];
         s.date = std::max(s.date, e.date);
         s.freed += e.size;
-        s.entries.push_back(e);
+        s.entries.push_back(std::move(e));
     }
     // Newest first; sessions of the same moment in the reverse of their order in the list.
     std::vector<std::size_t> order(out.size());
@@ -478,6 +513,29 @@ EntryStatus History::status(const HistoryEntry& e) {
         return EntryStatus::inTrash;
     }
     return locate(e).first == Found::gone ? EntryStatus::gone : EntryStatus::inTrash;
+}
+
+// As locate decides it: an item at the path, or one of the entry's identity in its folder.
+EntryStatus History::status(const HistoryEntry& e, TrashListings& listings) {
+    if (e.restoredTo || !e.trashed || e.isRoot()) return status(e);
+    const std::string path = located(e, *e.trashed);
+    struct stat st{};
+    if (::lstat(path.c_str(), &st) == 0) return EntryStatus::inTrash;
+    if (!e.fileID) return EntryStatus::gone;
+    const std::string folder = quorv::files::parentOf(path);
+    auto [it, isNew] = listings.folders.try_emplace(folder);
+    if (isNew) {
+        if (DIR* dir = ::opendir(folder.c_str())) {
+            while (const dirent* d = ::readdir(dir)) {
+                struct stat other{};
+                if (::fstatat(::dirfd(dir), d->d_name, &other, AT_SYMLINK_NOFOLLOW) == 0) {
+                    it->second.emplace(static_cast<std::int64_t>(other.st_dev), static_cast<std::uint64_t>(other.st_ino));
+                }
+            }
+            ::closedir(dir);
+        }
+    }
+    return it->second.count({e.fileID->volume, e.fileID->file}) != 0 ? EntryStatus::inTrash : EntryStatus::gone;
 }
 
 // ---- Restoring ----

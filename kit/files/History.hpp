@@ -10,8 +10,10 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -113,6 +115,11 @@ public:
     // Bytes freed by the entries dated after since.
     std::int64_t freed(double since);
     EntryStatus status(const HistoryEntry& entry);
+    // The same for many entries: each Trash folder an item is looked for in is listed once.
+    struct TrashListings {
+        std::map<std::string, std::set<std::pair<std::int64_t, std::uint64_t>>> folders;
+    };
+    EntryStatus status(const HistoryEntry& entry, TrashListings& listings);
 
     // Entries less than 90 days old, and of those at most the 20,000 newest, in their order.
     static std::vector<HistoryEntry> pruned(std::vector<HistoryEntry> entries, double now);

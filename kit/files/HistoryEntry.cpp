@@ -3,7 +3,6 @@
 #include <cmath>
 #include <limits>
 
-#include "support/text/Nesting.hpp"
 #include "support/text/Utf8.hpp"
 
 namespace brimstell {
@@ -133,27 +132,6 @@ std::optional<HistoryEntry> HistoryEntry::fromJson(const Json& j) {
         e.root = r->get<bool>();
     }
     return e;
-}
-
-std::string encodeHistory(const std::vector<HistoryEntry>& entries) {
-    Json list = Json::array();
-    for (const auto& e : entries) list.push_back(e.toJson());
-    // Every string is valid UTF-8 by now; replace rather than throw all the same.
-    return list.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
-}
-
-std::optional<std::vector<HistoryEntry>> decodeHistory(std::string_view text) {
-    if (!quorv::nesting::jsonWithin(text)) return std::nullopt;
-    Json list = Json::parse(text.begin(), text.end(), nullptr, false);
-    if (list.is_discarded() || !list.is_array()) return std::nullopt;
-    std::vector<HistoryEntry> entries;
-    entries.reserve(list.size());
-    for (const auto& item : list) {
-        auto e = HistoryEntry::fromJson(item);
-        if (!e) return std::nullopt;
-        entries.push_back(std::move(*e));
-    }
-    return entries;
 }
 
 }  // namespace brimstell

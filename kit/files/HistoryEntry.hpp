@@ -9,6 +9,11 @@
 
 #include <nlohmann/json.hpp>
 
+namespace quorv {
+class JsonReader;
+class JsonWriter;
+}  // namespace quorv
+
 namespace brimstell {
 
 // The identity of a file: its volume (device number) and its file (inode) number.
@@ -43,6 +48,11 @@ struct HistoryEntry {
     nlohmann::ordered_json toJson() const;
     // nullopt when a required key is missing or a value has the wrong type.
     static std::optional<HistoryEntry> fromJson(const nlohmann::ordered_json& j);
+    // The same form and rules, straight to and from text: the members of toJson's object (the
+    // caller opens and closes it, and may add its own), and the next value of a reader (nullopt
+    // when fromJson would give nullopt; the reader has failed when the text isn't JSON).
+    void writeMembers(quorv::JsonWriter& out) const;
+    static std::optional<HistoryEntry> read(quorv::JsonReader& in);
 };
 
 // The history file: a JSON array of entries. decode gives nullopt for anything else, or when one

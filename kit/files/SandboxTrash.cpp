@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <map>
+#include <optional>
 #include <utility>
-
-#include <nlohmann/json.hpp>
+#include <vector>
 
 #include "support/posix/LinkSafe.hpp"
 #include "kit/files/ItemFolder.hpp"
@@ -20,6 +20,8 @@
 #include "support/host/Host.hpp"
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
+#include "support/text/JsonReader.hpp"
+#include "support/text/JsonWriter.hpp"
 #include "support/text/Nesting.hpp"
 
 namespace brimstell {
@@ -79,37 +81,65 @@ std::string fileID(int dirFd, const std::string& name) {
            std::to_string(bornNanoseconds);
 }
 
+// One ledger value: {"original": encoded path, "dateAdded": seconds, "file": identity}; nullopt
+// for anything else (the entry is skipped). A key given twice counts as its last value.
+std::optional<Entry> readEntry(quorv::JsonReader& in) {
+    using Kind = quorv::JsonReader::Kind;
+    if (in.peek() != Kind::object) {
+        in.skip();
+        return std::nullopt;
+    }
+    std::optional<std::string> original, file;
+    std::optional<double> date;
+    in.beginObject();
+    for (std::string key; in.nextKey(key);) {
+        const Kind kind = in.peek();
+        std::string text;
+        quorv::JsonReader::Number number;
+        const bool read = kind == Kind::string   ? in.readString(text)
+                          : kind == Kind::number ? in.readNumber(number)
+                                                 : in.skip();
+        if (!read) return std::nullopt;
+        if (key == "original") original = kind == Kind::string ? std::optional(text) : std::nullopt;
+        if (key == "file") file = kind == Kind::string ? std::optional(text) : std::nullopt;
+        if (key == "dateAdded") date = kind == Kind::number ? std::optional(number.asDouble()) : std::nullopt;
+    }
+    const auto path = original ? TrashInfo::percentDecode(*original) : std::nullopt;
+    if (in.failed() || !path || !date || !file) return std::nullopt;
+    return Entry{*path, *date, *file};
+}
+
 Ledger load(const std::string& trash) {
     Ledger ledger;
     const auto text = files::read(trash + "/" + ledgerName, 16u << 20);
     if (!text || !nesting::jsonWithin(*text)) return ledger;
-    const auto json = nlohmann::json::parse(*text, nullptr, false);
-    if (!json.is_object()) return ledger;
-    for (const auto& [key, value] : json.items()) {
+    // By encoded name, as the file's object sorts them; the last of a name given twice counts.
+    std::map<std::string, std::optional<Entry>> byKey;
+    quorv::JsonReader in(*text);
+    if (!in.beginObject()) return ledger;
+    for (std::string key; in.nextKey(key);) byKey[key] = readEntry(in);
+    if (in.failed() || !in.atEnd()) return ledger;
+    for (auto& [key, entry] : byKey) {
         const auto name = TrashInfo::percentDecode(key);
-        if (!name || !value.is_object()) continue;
-        const auto original = value.find("original");
-        const auto date = value.find("dateAdded");
-        const auto file = value.find("file");
-        if (original == value.end() || !original->is_string() || date == value.end() || !date->is_number() ||
-            file == value.end() || !file->is_string()) {
-            continue;
-        }
-        const auto path = TrashInfo::percentDecode(original->get<std::string>());
-        if (!path) continue;
-        ledger[*name] = {*path, date->get<double>(), file->get<std::string>()};
+        if (name && entry) ledger[*name] = std::move(*entry);
     }
     return ledger;
 }
 
+// The encoded names in sorted order and each entry's keys in alphabetical order, indented by one.
 bool save(const std::string& trash, const Ledger& ledger) {
-    nlohmann::json json = nlohmann::json::object();
-    for (const auto& [name, entry] : ledger) {
-        json[TrashInfo::percentEncode(name)] = {{"original", TrashInfo::percentEncode(entry.original)},
-                                                {"dateAdded", entry.dateAdded},
-                                                {"file", entry.file}};
+    std::vector<std::pair<std::string, const Entry*>> rows;
+    rows.reserve(ledger.size());
+    for (const auto& [name, entry] : ledger) rows.emplace_back(TrashInfo::percentEncode(name), &entry);
+    std::sort(rows.begin(), rows.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    quorv::JsonWriter out(1);
+    out.beginObject();
+    for (const auto& [key, entry] : rows) {
+        out.key(key).beginObject().key("dateAdded").number(entry->dateAdded).key("file").string(entry->file);
+        out.key("original").string(TrashInfo::percentEncode(entry->original)).endObject();
     }
-    return files::writeAtomically(trash + "/" + ledgerName, json.dump(1) + "\n", 0600);
+    out.endObject();
+    return files::writeAtomically(trash + "/" + ledgerName, out.take() + "\n", 0600);
 }
 
 // Drops entries whose item is no longer in the Trash.

@@ -1,9 +1,11 @@
 #include "shared/widget/WidgetSnapshot.hpp"
 
-#include <nlohmann/json.hpp>
+#include <map>
 
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
+#include "support/text/JsonReader.hpp"
+#include "support/text/JsonWriter.hpp"
 #include "support/text/Nesting.hpp"
 
 namespace brimstell {
@@ -15,33 +17,76 @@ std::optional<std::string> WidgetSnapshot::container() {
 }
 
 std::string WidgetSnapshot::json() const {
-    nlohmann::ordered_json j;
-    j["junk"] = junk;
-    if (lastClean) j["lastClean"] = *lastClean;
-    j["lastFreed"] = lastFreed;
-    if (batteryHealth) j["batteryHealth"] = *batteryHealth;
-    if (diskStatus) j["diskStatus"] = *diskStatus;
-    j["diskFailing"] = diskFailing;
-    j["updated"] = updated;
-    // Replace rather than throw on text that isn't UTF-8 (a status read from a tool).
-    return j.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    quorv::JsonWriter out(-1);
+    out.beginObject().key("junk").number(junk);
+    if (lastClean) out.key("lastClean").number(*lastClean);
+    out.key("lastFreed").number(lastFreed);
+    if (batteryHealth) out.key("batteryHealth").number(*batteryHealth);
+    // A status read from a tool that isn't UTF-8 is written with U+FFFD.
+    if (diskStatus) out.key("diskStatus").string(*diskStatus);
+    out.key("diskFailing").boolean(diskFailing).key("updated").number(updated).endObject();
+    return out.take();
 }
+
+namespace {
+
+using Kind = quorv::JsonReader::Kind;
+
+struct Member {
+    Kind kind = Kind::invalid;
+    quorv::JsonReader::Number number;
+    bool flag = false;
+    std::string text;
+};
+
+std::optional<double> asNumber(const Member& m) {
+    if (m.kind != Kind::number) return std::nullopt;
+    return m.number.asDouble();
+}
+
+std::optional<std::int64_t> asInteger(const Member& m) {
+    using Type = quorv::JsonReader::Number::Type;
+    if (m.kind == Kind::number && m.number.type == Type::signedInteger) return m.number.i;
+    if (m.kind == Kind::number && m.number.type == Type::unsignedInteger) return static_cast<std::int64_t>(m.number.u);
+    const auto d = asNumber(m);
+    // A fraction is cut off; one out of range is refused.
+    if (!d || !(*d >= -9.2e18 && *d <= 9.2e18)) return std::nullopt;
+    return static_cast<std::int64_t>(*d);
+}
+
+}  // namespace
 
 std::optional<WidgetSnapshot> WidgetSnapshot::fromJson(const std::string& text) {
     if (!quorv::nesting::jsonWithin(text)) return std::nullopt;
-    auto j = nlohmann::json::parse(text, nullptr, false);
-    if (j.is_discarded() || !j.is_object()) return std::nullopt;
+    std::map<std::string, Member> members;  // a key given twice counts as its last value
+    quorv::JsonReader in(text);
+    if (!in.beginObject()) return std::nullopt;
+    for (std::string key; in.nextKey(key);) {
+        Member m;
+        m.kind = in.peek();
+        const bool read = m.kind == Kind::number    ? in.readNumber(m.number)
+                          : m.kind == Kind::boolean ? in.readBoolean(m.flag)
+                          : m.kind == Kind::string  ? in.readString(m.text)
+                                                    : in.skip();
+        if (!read) return std::nullopt;
+        members[key] = std::move(m);
+    }
+    if (!in.atEnd()) return std::nullopt;
+    const auto at = [&](const char* key) { const auto it = members.find(key); return it == members.end() ? Member{} : it->second; };
+    const auto has = [&](const char* key) { return members.count(key) != 0; };
     WidgetSnapshot s;
-    try {
-        s.junk = j.at("junk").get<std::int64_t>();
-        s.lastFreed = j.at("lastFreed").get<std::int64_t>();
-        s.diskFailing = j.at("diskFailing").get<bool>();
-        s.updated = j.at("updated").get<double>();
-        if (j.contains("lastClean")) s.lastClean = j["lastClean"].get<double>();
-        if (j.contains("batteryHealth")) s.batteryHealth = j["batteryHealth"].get<double>();
-        if (j.contains("diskStatus")) s.diskStatus = j["diskStatus"].get<std::string>();
-    } catch (const nlohmann::json::exception&) {
-        return std::nullopt;
+    const auto junk = asInteger(at("junk")), lastFreed = asInteger(at("lastFreed"));
+    const auto updated = asNumber(at("updated"));
+    if (!junk || !lastFreed || !updated || at("diskFailing").kind != Kind::boolean) return std::nullopt;
+    s.junk = *junk;
+    s.lastFreed = *lastFreed;
+    s.diskFailing = at("diskFailing").flag;
+    s.updated = *updated;
+    if (has("lastClean") && !(s.lastClean = asNumber(at("lastClean")))) return std::nullopt;
+    if (has("batteryHealth") && !(s.batteryHealth = asNumber(at("batteryHealth")))) return std::nullopt;
+    if (has("diskStatus")) {
+        if (at("diskStatus").kind != Kind::string) return std::nullopt;
+        s.diskStatus = at("diskStatus").text;
     }
     return s;
 }

@@ -45,6 +45,7 @@ std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_
         return std::nullopt;
     }
     std::string out;
+    out.reserve(static_cast<std::size_t>(st.st_size));  // one allocation for a file read whole
     char buf[65536];
     for (;;) {
         const ssize_t n = ::read(fd.get(), buf, sizeof buf);
