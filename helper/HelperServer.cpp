@@ -171,8 +171,11 @@ void HelperServer::acceptUntil(const std::atomic<bool>& stop) {
             });
             if (!free) continue;  // all busy: look at stop again
         }
+        // A stop signal handled while this thread waited above (or just before the poll) only sets
+        // the flag: the poll wakes now and then so the loop sees it, never waiting for ever.
         pollfd p{listener_.get(), POLLIN, 0};
-        const int r = ::poll(&p, 1, -1);
+        const int r = ::poll(&p, 1, 200);
+        if (r == 0) continue;
         if (r < 0) {
             if (errno == EINTR) continue;
             ::syslog(LOG_ERR, "waiting for callers failed: %s", std::strerror(errno));
