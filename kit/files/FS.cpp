@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <functional>
 #include <cerrno>
 #include <limits>
 #include <mutex>
@@ -229,8 +230,74 @@ HistoryEntry announced(const std::string& path, std::int64_t bytes, const std::s
     return e;
 }
 
+// Runs each(0) … each(count - 1) on a few threads; each takes the next index until none is left.
+// Moves are mostly renames, and a size to measure runs its own parallel walk.
+void forEachConcurrently(std::size_t count, const std::function<void(std::size_t)>& each) {
+    std::atomic<std::size_t> next{0};
+    auto work = [&] {
+        for (std::size_t k = next++; k < count; k = next++) each(k);
+    };
+    std::vector<std::thread> threads;
+    if (count > 1) {
+        const auto h = quorv::currentHost();
+        for (std::size_t t = 0; t < std::min<std::size_t>(count, 4); ++t) {
+            try {
+                threads.emplace_back([&work, h] {
+                    quorv::HostScope scope(h);
+                    work();
+                });
+            } catch (const std::system_error&) {
+                break;  // no more threads to be had: the others (and this one) do the rest
+            }
+        }
+    }
+    work();
+    for (auto& t : threads) t.join();
+}
+
+// The values of (input index, value) pairs, in the order of the input.
+template <typename T>
+std::vector<T> inOrder(std::vector<std::pair<std::size_t, T>> indexed) {
+    std::sort(indexed.begin(), indexed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+    std::vector<T> out;
+    out.reserve(indexed.size());
+    for (auto& [index, value] : indexed) out.push_back(std::move(value));
+    return out;
+}
+
 constexpr const char* syncedReason = "It is synced to the cloud: removing it here would remove it everywhere.";
 constexpr const char* noTrashReason = "There is no Trash to move it to.";
+
+// Why the item at path (as given, and tidied) is not even tried; nullopt when it may move.
+std::optional<std::string> refusalOf(const MoverGuard& guard, const std::string& given, const std::string& path,
+                                     bool haveTrash) {
+    if (auto why = guard.refusalOf(given)) return why;
+    if ((FS::isCloudSynced(path) || FS::isUbiquitous(path)) &&
+        FS::unsyncedCacheNames().count(lastComponent(comparable(path))) == 0) {
+        return std::string(syncedReason);
+    }
+    if (!haveTrash) return std::string(noTrashReason);
+    return std::nullopt;
+}
+
+// Moves the item to the Trash, announced in the history's journal before the move and confirmed
+// (with where it really was and where it went) right after it, so that a crash at any point leaves
+// it findable. Its location in the Trash, or nullopt with the backend's sentence in error.
+std::optional<std::string> moveJournalled(quorv::TrashBackend& trash, History& history, HistoryEntry& entry,
+                                          const std::string& path, std::string& error) {
+    history.journal(entry);
+    std::string original;
+    const auto location = trash.moveNotingPlace(path, error, original);
+    if (!location) {
+        history.journalDropped(entry.id);
+        return std::nullopt;
+    }
+    entry.original = original;
+    entry.trashed = location;
+    entry.fileID = identityAt(*location).value_or(*entry.fileID);
+    history.journal(entry);
+    return location;
+}
 
 }  // namespace
 
@@ -259,84 +326,35 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
             failed.emplace_back(index, given);
             reasons.emplace(given, std::move(why));
         };
-        if (auto why = guard.refusalOf(given)) return fail(std::move(*why));
-        if ((isCloudSynced(path) || isUbiquitous(path)) &&
-            unsyncedCacheNames().count(lastComponent(comparable(path))) == 0) {
-            fail(syncedReason);
-            return;
-        }
-        if (!trashBackend) {
-            fail(noTrashReason);
-            return;
-        }
+        if (auto why = refusalOf(guard, given, path, trashBackend != nullptr)) return fail(std::move(*why));
         const auto known = sizes.find(given);
         const std::int64_t bytes = known != sizes.end() ? known->second : size(path);
-        // Announced in the history's journal before the move and confirmed right after it, so
-        // that a crash at any point leaves it findable.
         HistoryEntry entry = announced(path, bytes, session, source, now);
-        history.journal(entry);
         std::string error;
-        std::string original;
-        const auto location = trashBackend->moveNotingPlace(path, error, original);
-        if (!location) {
-            history.journalDropped(entry.id);
-            fail(error.empty() ? "It could not be moved to the Trash." : error);
-            return;
-        }
+        const auto location = moveJournalled(*trashBackend, history, entry, path, error);
+        if (!location) return fail(error.empty() ? "It could not be moved to the Trash." : error);
         MovedItem item{path, location, bytes};
-        entry.original = original;
-        entry.trashed = location;
-        entry.fileID = identityAt(*location).value_or(*entry.fileID);
-        history.journal(entry);
         std::lock_guard lock(mutex);
         freed += bytes;
         moved.emplace_back(index, std::move(item));
         recorded.emplace_back(index, std::move(entry));
     };
 
-    // A few movers; each takes the next item until none is left. Moves are mostly renames, and a
-    // size to measure runs its own parallel walk.
-    std::atomic<std::size_t> next{0};
-    auto work = [&] {
-        for (std::size_t k = next++; k < kept.size(); k = next++) {
-            try {
-                moveOne(kept[k]);
-            } catch (const std::exception&) {
-                std::lock_guard lock(mutex);
-                failed.emplace_back(kept[k], paths[kept[k]]);
-            }
+    forEachConcurrently(kept.size(), [&](std::size_t k) {
+        try {
+            moveOne(kept[k]);
+        } catch (const std::exception&) {
+            std::lock_guard lock(mutex);
+            failed.emplace_back(kept[k], paths[kept[k]]);
         }
-    };
-    const std::size_t threadCount = std::min<std::size_t>(kept.size(), 4);
-    std::vector<std::thread> threads;
-    if (threadCount > 1) {
-        const auto h = quorv::currentHost();
-        for (std::size_t t = 0; t < threadCount; ++t) {
-            try {
-                threads.emplace_back([&work, h] {
-                    quorv::HostScope scope(h);
-                    work();
-                });
-            } catch (const std::system_error&) {
-                break;  // no more threads to be had: the others (and this one) do the rest
-            }
-        }
-    }
-    work();
-    for (auto& t : threads) t.join();
+    });
 
-    std::sort(moved.begin(), moved.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::sort(recorded.begin(), recorded.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
-    std::sort(failed.begin(), failed.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     TrashResult result;
     result.freed = freed;
-    for (auto& m : moved) result.moved.push_back(std::move(m.second));
-    for (auto& f : failed) result.failed.push_back(std::move(f.second));
+    result.moved = inOrder(std::move(moved));
+    result.failed = inOrder(std::move(failed));
     result.reasons = std::move(reasons);
-
-    std::vector<HistoryEntry> batch;
-    batch.reserve(recorded.size());
-    for (auto& r : recorded) batch.push_back(std::move(r.second));
+    const std::vector<HistoryEntry> batch = inOrder(std::move(recorded));
     if (!batch.empty()) history.fold(batch);
     FileEvents::post(FileEvents::sweepDidClean);
     return result;
