@@ -1,10 +1,20 @@
 // The few formatting functions fmt keeps out of its headers, compiled into the agent itself, so
 // that a start does not load libfmt (and, through it, the shared C++ library). This mirrors what
-// fmt's own library holds; a release whose internals differ keeps using the shared library.
+// fmt's own library holds; a release whose internals differ, and a sanitizer build (linked
+// against the shared runtime anyway), keep using the shared library.
 
 #include <fmt/core.h>
 
-#if !defined(__APPLE__) && FMT_VERSION >= 90000 && FMT_VERSION < 100000
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define BRIMSTELL_AGENT_SANITIZED 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define BRIMSTELL_AGENT_SANITIZED 1
+#endif
+
+#if !defined(__APPLE__) && !defined(BRIMSTELL_AGENT_SANITIZED) && FMT_VERSION >= 90000 && FMT_VERSION < 100000
 #include <fmt/format-inl.h>
 
 FMT_BEGIN_NAMESPACE

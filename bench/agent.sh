@@ -54,7 +54,7 @@ XPC_SERVICE_NAME=$own "$agent" >/dev/null
 settings=$HOME/Library/Preferences/com.quorv.brimstell.plist
 [[ -f $settings ]] || { echo "the first run wrote no settings ($settings)" >&2; exit 1; }
 
-# run_ms NAME COMMAND...: one run, its wall time in microseconds appended to the array NAME.
+# run_us NAME COMMAND...: one run, its wall time in microseconds appended to the array NAME.
 run_us() {
     local -n into=$1; shift
     local t0=$EPOCHREALTIME

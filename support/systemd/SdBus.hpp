@@ -5,6 +5,7 @@
 #ifndef __APPLE__
 
 #include <string>
+#include <string_view>
 
 #include <systemd/sd-bus.h>
 
