@@ -112,14 +112,19 @@ std::optional<std::string> loaderLog(const std::string& folder, std::map<std::st
     return log;
 }
 
-// A run with nothing due, and a start under another service name, never open libsystemd.
+// A run with nothing due never opens libsystemd; a start under another service name opens
+// neither libsystemd nor libplist, which only a run that reads the settings needs.
 TEST(AgentStartUp, AQuietRunLoadsNoSystemdLibrary) {
-    for (const char* service : {"com.quorv.brimstell.agent", "com.apple.something.else"}) {
-        SCOPED_TRACE(service);
+    const struct {
+        const char* service;
+        bool readsSettings;
+    } rows[] = {{"com.quorv.brimstell.agent", true}, {"com.apple.something.else", false}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.service);
         TempDir dir;
         const auto mac = brimstell::SandboxMac::create(dir / "mac");
         auto env = mac.environment();
-        env["XPC_SERVICE_NAME"] = service;
+        env["XPC_SERVICE_NAME"] = row.service;
         env["BRIMSTELL_OUTBOX"] = dir / "outbox.jsonl";
         std::filesystem::create_directory(dir / "log");
         const auto log = loaderLog(dir / "log", env);
@@ -127,6 +132,7 @@ TEST(AgentStartUp, AQuietRunLoadsNoSystemdLibrary) {
         ASSERT_NE(*log, "failed");
         EXPECT_NE(log->find("file=libc.so.6"), std::string::npos) << "the log names what was loaded";
         EXPECT_EQ(log->find("libsystemd"), std::string::npos) << *log;
+        EXPECT_EQ(log->find("file=libplist-2.0.so.3") != std::string::npos, row.readsSettings) << *log;
     }
 }
 
