@@ -1,6 +1,9 @@
 // brimstell-agent: started once an hour by launchd (or a systemd user timer); one run, then exit 0.
 
 #include <unistd.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 
 #include <cstdio>
 #include <cstdlib>
@@ -24,6 +27,12 @@ int main(int argc, char** argv) {
     const std::optional<std::string> serviceName = service ? std::optional<std::string>(service) : std::nullopt;
     // Started by another launchd job or XPC context: not ours to run.
     if (!brimstell::Agent::shouldRun(serviceName)) return 0;
+
+#ifdef __GLIBC__
+    // One job runs at a time: the workers that take its blocking parts share the main heap rather
+    // than each mapping (and at exit unmapping) an arena of its own.
+    ::mallopt(M_ARENA_MAX, 1);
+#endif
 
     brimstell::installProcessHost();
     const auto report = brimstell::Agent::run();

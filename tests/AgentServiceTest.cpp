@@ -301,6 +301,27 @@ TEST_F(SystemdOnPrivateBus, UnreachableOrUnrunnableIsNotFoundAndWritesNothing) {
     }
 }
 
+// Without libsystemd (or with one that lacks a function) the user manager is out of reach: the
+// agent counts as not found, registering says why and writes nothing, and the manager hears nothing.
+TEST_F(SystemdOnPrivateBus, WithoutTheLibraryTheUserManagerCantBeReached) {
+    FakeManager manager(bus->address());
+    ASSERT_TRUE(manager.ready());
+    auto service = std::make_shared<SystemdAgentService>(makeAgent(dir / "bin"));
+    quorv::HostScope scope(testHost(dir, service, {{"XDG_RUNTIME_DIR", dir.path()}, {"XDG_CONFIG_HOME", dir / "cfg"}}));
+    for (const std::string library : {"libbrimstell-absent-sd-bus.so.0", "libc.so.6"}) {
+        SCOPED_TRACE(library);
+        testing_support::SdBusLibraryNamed named(library);
+        EXPECT_EQ(service->status(), ServiceStatus::notFound);
+        std::string error;
+        EXPECT_FALSE(service->registerService(error));
+        EXPECT_EQ(error, "The systemd user manager can't be reached: " + library + " can't be loaded.");
+        EXPECT_FALSE(service->unregisterService(error));
+        EXPECT_FALSE(fs::exists(dir / "cfg/systemd/user/brimstell-agent.timer"));
+        EXPECT_EQ(manager.takeCalls(), std::vector<std::string>{});
+    }
+    EXPECT_EQ(service->status(), ServiceStatus::notRegistered) << "the library again once it can be loaded";
+}
+
 TEST_F(SystemdOnPrivateBus, RegistersAndUnregistersThroughTheUserManager) {
     FakeManager manager(bus->address());
     ASSERT_TRUE(manager.ready());

@@ -343,6 +343,22 @@ TEST_F(DBusNotifierOnPrivateBus, FindsTheBusThroughTheHostOnly) {
                                    R"(Notify "Brimstell" 0 "" "Your battery is worn" "It holds 79% of what it did new." [] [] -1)"});
 }
 
+// Without libsystemd there is no way onto the bus: false, as without a bus, and nothing is sent.
+// The library comes back once it can be loaded again.
+TEST_F(DBusNotifierOnPrivateBus, FalseWithoutTheLibrary) {
+    FakeNotifications service(bus->address(), false);
+    ASSERT_TRUE(service.ok());
+    quorv::HostScope scope(hostWith(std::make_shared<quorv::DBusNotifier>(), busEnvironment()));
+    {
+        testing_support::SdBusLibraryNamed missing("libbrimstell-absent-sd-bus.so.0");
+        EXPECT_FALSE(quorv::Notify::send("Your disk is almost full", "Only 1 GB free."));
+    }
+    EXPECT_TRUE(service.calls().empty());
+    EXPECT_TRUE(quorv::Notify::send("Your disk is almost full", "Only 1 GB free."));
+    EXPECT_EQ(service.calls(), std::vector<std::string>{
+                                   R"(Notify "Brimstell" 0 "" "Your disk is almost full" "Only 1 GB free." [] [] -1)"});
+}
+
 #endif  // __APPLE__
 
 }  // namespace

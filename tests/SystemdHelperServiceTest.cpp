@@ -155,6 +155,24 @@ TEST_F(SystemdHelperOnPrivateBus, RegistersAndUnregistersThroughTheSystemManager
     EXPECT_EQ(entriesOf(units), std::vector<std::string>{});
 }
 
+// Without libsystemd the system manager counts as out of reach, with a reason that names the library,
+// and the unit files stay as they are.
+TEST_F(SystemdHelperOnPrivateBus, WithoutTheLibraryTheManagerCantBeReached) {
+    testing_support::FakeManager manager(bus->address());
+    ASSERT_TRUE(manager.ready());
+    const std::string units = dir / "system";
+    fs::create_directories(units);
+    ASSERT_TRUE(quorv::files::writeAtomically(units + "/brimstell-helper.socket", "kept\n"));
+    quorv::HostScope scope(quorv::hostFromEnvironment({{"DBUS_SYSTEM_BUS_ADDRESS", bus->address()}}));
+    SystemdHelperService service(BRIMSTELL_HELPER_EXE, units);
+    testing_support::SdBusLibraryNamed missing("libbrimstell-absent-sd-bus.so.0");
+    std::string error;
+    EXPECT_FALSE(service.unregisterService(error));
+    EXPECT_EQ(error, "The systemd system manager can't be reached: libbrimstell-absent-sd-bus.so.0 can't be loaded.");
+    EXPECT_EQ(entriesOf(units), std::vector<std::string>{"brimstell-helper.socket"});
+    EXPECT_EQ(manager.takeCalls(), std::vector<std::string>{});
+}
+
 }  // namespace
 
 #endif  // __APPLE__

@@ -1,11 +1,11 @@
 #include "support/notify/DBusNotifier.hpp"
 
+#include "support/systemd/SdBus.hpp"
 #include "support/systemd/Systemd.hpp"
 
 #ifndef __APPLE__
 
 #include <sys/stat.h>
-#include <systemd/sd-bus.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -19,10 +19,10 @@ namespace quorv {
 namespace {
 
 struct BusCloser {
-    void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+    void operator()(sd_bus* bus) const { systemd::sdBus()->sd_bus_close_unref(bus); }
 };
 struct MessageUnref {
-    void operator()(sd_bus_message* m) const { sd_bus_message_unref(m); }
+    void operator()(sd_bus_message* m) const { systemd::sdBus()->sd_bus_message_unref(m); }
 };
 using Bus = std::unique_ptr<sd_bus, BusCloser>;
 using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
@@ -91,65 +91,76 @@ std::optional<std::string> DBusNotifier::sessionBusAddress() {
     return address;
 }
 
+namespace {
+
+// sd_bus_call would wait for the handshake with its own, much longer limit; a bus that accepts
+// the connection and then says nothing must not hold the run up.
+bool handshake(const systemd::SdBus& lib, sd_bus* bus, uint64_t deadline) {
+    for (;;) {
+        const int ready = lib.sd_bus_is_ready(bus);
+        if (ready < 0) return false;
+        if (ready > 0) return true;
+        const uint64_t now = monotonicUsec();
+        if (now >= deadline) return false;
+        const int processed = lib.sd_bus_process(bus, nullptr);
+        if (processed < 0) return false;
+        if (processed > 0) continue;
+        const int waited = lib.sd_bus_wait(bus, deadline - now);
+        if (waited < 0 && waited != -EINTR) return false;
+    }
+}
+
+Bus connectSession(const systemd::SdBus& lib, const std::string& address, uint64_t deadline) {
+    sd_bus* raw = nullptr;
+    if (lib.sd_bus_new(&raw) < 0) return nullptr;
+    Bus bus(raw);
+    if (lib.sd_bus_set_address(bus.get(), address.c_str()) < 0 || lib.sd_bus_set_bus_client(bus.get(), 1) < 0 ||
+        lib.sd_bus_start(bus.get()) < 0 || !handshake(lib, bus.get(), deadline)) {
+        return nullptr;
+    }
+    return bus;
+}
+
+}  // namespace
+
 bool DBusNotifier::deliver(const std::string& /*id*/, const std::string& title, const std::string& body) {
     // The service hands out its own ids; ours only keeps requests apart, which a fresh Notify
     // with replaces_id 0 already does.
     const auto address = sessionBusAddress();
     if (!address) return false;
+    // Without libsystemd there is no way onto the bus, the same as having no bus.
+    const systemd::SdBus* lib = systemd::sdBus();
+    if (!lib) return false;
 
     const uint64_t budget = static_cast<uint64_t>(timeout_.count() > 0 ? timeout_.count() : 1) * 1000u;
     const uint64_t deadline = monotonicUsec() + budget;
-    const auto remaining = [deadline]() -> uint64_t {
-        const uint64_t now = monotonicUsec();
-        return now >= deadline ? 0 : deadline - now;
-    };
-
-    sd_bus* raw = nullptr;
-    if (sd_bus_new(&raw) < 0) return false;
-    Bus bus(raw);
-    if (sd_bus_set_address(bus.get(), address->c_str()) < 0) return false;
-    if (sd_bus_set_bus_client(bus.get(), 1) < 0) return false;
-    if (sd_bus_start(bus.get()) < 0) return false;
-
-    // sd_bus_call would wait for the handshake with its own, much longer limit; a bus that accepts
-    // the connection and then says nothing must not hold the run up.
-    for (;;) {
-        const int ready = sd_bus_is_ready(bus.get());
-        if (ready < 0) return false;
-        if (ready > 0) break;
-        const uint64_t left = remaining();
-        if (left == 0) return false;
-        const int processed = sd_bus_process(bus.get(), nullptr);
-        if (processed < 0) return false;
-        if (processed > 0) continue;
-        const int waited = sd_bus_wait(bus.get(), left);
-        if (waited < 0 && waited != -EINTR) return false;
-    }
+    Bus bus = connectSession(*lib, *address, deadline);
+    if (!bus) return false;
 
     sd_bus_message* rawCall = nullptr;
-    if (sd_bus_message_new_method_call(bus.get(), &rawCall, "org.freedesktop.Notifications",
-                                       "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
-                                       "Notify") < 0) {
+    if (lib->sd_bus_message_new_method_call(bus.get(), &rawCall, "org.freedesktop.Notifications",
+                                            "/org/freedesktop/Notifications", "org.freedesktop.Notifications",
+                                            "Notify") < 0) {
         return false;
     }
     Message call(rawCall);
     const std::string summary = dbusText(title);
     const std::string text = dbusText(body);
-    if (sd_bus_message_append(call.get(), "susssasa{sv}i", "Brimstell", uint32_t{0}, "", summary.c_str(),
-                              text.c_str(), 0u, 0u, int32_t{-1}) < 0) {
+    if (lib->sd_bus_message_append(call.get(), "susssasa{sv}i", "Brimstell", uint32_t{0}, "", summary.c_str(),
+                                   text.c_str(), 0u, 0u, int32_t{-1}) < 0) {
         return false;
     }
 
-    const uint64_t left = remaining();
-    if (left == 0) return false;
+    const uint64_t now = monotonicUsec();
+    if (now >= deadline) return false;
     sd_bus_error error{};  // SD_BUS_ERROR_NULL, without its C99 compound literal
     sd_bus_message* rawReply = nullptr;
-    const int called = sd_bus_call(bus.get(), call.get(), left, &error, &rawReply);
-    sd_bus_error_free(&error);
+    const int called = lib->sd_bus_call(bus.get(), call.get(), deadline - now, &error, &rawReply);
+    lib->sd_bus_error_free(&error);
     if (called < 0) return false;
     Message reply(rawReply);
     uint32_t notificationId = 0;
-    return sd_bus_message_read(reply.get(), "u", &notificationId) > 0;
+    return lib->sd_bus_message_read(reply.get(), "u", &notificationId) > 0;
 }
 
 }  // namespace quorv

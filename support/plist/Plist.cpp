@@ -1,6 +1,6 @@
 #include "support/plist/Plist.hpp"
 
-#include <plist/plist.h>
+#include "support/plist/PlistLibrary.hpp"
 
 #include <cmath>
 #include <cstdlib>
@@ -16,7 +16,7 @@ namespace {
 constexpr double kEpoch2001 = 978307200.0;
 
 struct Freer {
-    void operator()(void* p) const { plist_free(static_cast<plist_t>(p)); }
+    void operator()(void* p) const { library().plist_free(static_cast<plist_t>(p)); }
 };
 using Node = std::unique_ptr<void, Freer>;
 
@@ -24,7 +24,7 @@ using Node = std::unique_ptr<void, Freer>;
 // which fails the whole parse rather than dropping the part quietly.
 std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
     if (!node) return std::nullopt;
-    const auto type = plist_get_node_type(node);
+    const auto type = library().plist_get_node_type(node);
     if ((type == PLIST_ARRAY || type == PLIST_DICT) && depth >= nesting::maxDepth) {
         tooDeep = true;
         return std::nullopt;
@@ -32,44 +32,44 @@ std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
     switch (type) {
         case PLIST_BOOLEAN: {
             uint8_t b = 0;
-            plist_get_bool_val(node, &b);
+            library().plist_get_bool_val(node, &b);
             return Value(b != 0);
         }
         case PLIST_UINT: {
             uint64_t u = 0;
-            plist_get_uint_val(node, &u);
+            library().plist_get_uint_val(node, &u);
             return Value(static_cast<std::int64_t>(u));
         }
         case PLIST_REAL: {
             double d = 0;
-            plist_get_real_val(node, &d);
+            library().plist_get_real_val(node, &d);
             return Value(d);
         }
         case PLIST_STRING: {
             char* s = nullptr;
-            plist_get_string_val(node, &s);
+            library().plist_get_string_val(node, &s);
             std::string out = s ? s : "";
             std::free(s);
             return Value(std::move(out));
         }
         case PLIST_DATE: {
             int32_t sec = 0, usec = 0;
-            plist_get_date_val(node, &sec, &usec);
+            library().plist_get_date_val(node, &sec, &usec);
             return Value(Date{kEpoch2001 + sec + usec / 1e6});
         }
         case PLIST_DATA: {
             char* d = nullptr;
             uint64_t len = 0;
-            plist_get_data_val(node, &d, &len);
+            library().plist_get_data_val(node, &d, &len);
             Value::Data data(reinterpret_cast<uint8_t*>(d), reinterpret_cast<uint8_t*>(d) + (d ? len : 0));
             std::free(d);
             return Value(std::move(data));
         }
         case PLIST_ARRAY: {
             Value::Array a;
-            const uint32_t n = plist_array_get_size(node);
+            const uint32_t n = library().plist_array_get_size(node);
             for (uint32_t i = 0; i < n; ++i) {
-                auto item = fromNode(plist_array_get_item(node, i), depth + 1, tooDeep);
+                auto item = fromNode(library().plist_array_get_item(node, i), depth + 1, tooDeep);
                 if (item) a.push_back(std::move(*item));
             }
             return Value(std::move(a));
@@ -77,11 +77,11 @@ std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
         case PLIST_DICT: {
             Value::Dict d;
             plist_dict_iter it = nullptr;
-            plist_dict_new_iter(node, &it);
+            library().plist_dict_new_iter(node, &it);
             for (;;) {
                 char* key = nullptr;
                 plist_t val = nullptr;
-                plist_dict_next_item(node, it, &key, &val);
+                library().plist_dict_next_item(node, it, &key, &val);
                 if (!val) {
                     std::free(key);
                     break;
@@ -100,10 +100,10 @@ std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
 
 plist_t toNode(const Value& v) {
     struct Visitor {
-        plist_t operator()(bool b) const { return plist_new_bool(b ? 1 : 0); }
-        plist_t operator()(std::int64_t i) const { return plist_new_uint(static_cast<uint64_t>(i)); }
-        plist_t operator()(double d) const { return plist_new_real(d); }
-        plist_t operator()(const std::string& s) const { return plist_new_string(s.c_str()); }
+        plist_t operator()(bool b) const { return library().plist_new_bool(b ? 1 : 0); }
+        plist_t operator()(std::int64_t i) const { return library().plist_new_uint(static_cast<uint64_t>(i)); }
+        plist_t operator()(double d) const { return library().plist_new_real(d); }
+        plist_t operator()(const std::string& s) const { return library().plist_new_string(s.c_str()); }
         plist_t operator()(const Date& d) const {
             const double rel = d.since1970 - kEpoch2001;
             double whole = std::floor(rel);
@@ -112,19 +112,19 @@ plist_t toNode(const Value& v) {
                 whole += 1;
                 usec -= 1000000;
             }
-            return plist_new_date(static_cast<int32_t>(whole), usec);
+            return library().plist_new_date(static_cast<int32_t>(whole), usec);
         }
         plist_t operator()(const Value::Data& d) const {
-            return plist_new_data(reinterpret_cast<const char*>(d.data()), d.size());
+            return library().plist_new_data(reinterpret_cast<const char*>(d.data()), d.size());
         }
         plist_t operator()(const Value::Array& a) const {
-            plist_t node = plist_new_array();
-            for (const auto& item : a) plist_array_append_item(node, toNode(item));
+            plist_t node = library().plist_new_array();
+            for (const auto& item : a) library().plist_array_append_item(node, toNode(item));
             return node;
         }
         plist_t operator()(const Value::Dict& d) const {
-            plist_t node = plist_new_dict();
-            for (const auto& [k, item] : d) plist_dict_set_item(node, k.c_str(), toNode(item));
+            plist_t node = library().plist_new_dict();
+            for (const auto& [k, item] : d) library().plist_dict_set_item(node, k.c_str(), toNode(item));
             return node;
         }
     };
@@ -138,7 +138,7 @@ std::optional<Value> parse(std::string_view bytes) {
     // libplist recurses once per level while parsing and freeing: measure before it looks.
     if (!nestingWithin(bytes)) return std::nullopt;
     plist_t root = nullptr;
-    plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
+    library().plist_from_memory(bytes.data(), static_cast<uint32_t>(bytes.size()), &root);
     if (!root) return std::nullopt;
     Node owner(root);
     bool tooDeep = false;
@@ -157,7 +157,7 @@ std::string toXml(const Value& value) {
     Node node(toNode(value));
     char* xml = nullptr;
     uint32_t len = 0;
-    plist_to_xml(node.get(), &xml, &len);
+    library().plist_to_xml(node.get(), &xml, &len);
     std::string out = xml ? std::string(xml, len) : std::string();
     std::free(xml);
     return out;
@@ -167,7 +167,7 @@ std::string toBinary(const Value& value) {
     Node node(toNode(value));
     char* bin = nullptr;
     uint32_t len = 0;
-    plist_to_bin(node.get(), &bin, &len);
+    library().plist_to_bin(node.get(), &bin, &len);
     std::string out = bin ? std::string(bin, len) : std::string();
     std::free(bin);
     return out;

@@ -47,15 +47,21 @@ std::string addressValue(const std::string& s) {
 }
 
 Bus connect(const std::string& address, std::string_view manager, std::string& error) {
+    const SdBus* lib = sdBus();
+    if (!lib) {
+        error = libraryMissing(manager);
+        return nullptr;
+    }
     sd_bus* raw = nullptr;
-    int r = sd_bus_new(&raw);
+    int r = lib->sd_bus_new(&raw);
     if (r < 0) {
         error = fmt::format("The systemd {} can't be reached: {}.", manager, std::strerror(-r));
         return nullptr;
     }
     Bus bus(raw);
-    if ((r = sd_bus_set_address(bus.get(), address.c_str())) < 0 || (r = sd_bus_set_bus_client(bus.get(), 1)) < 0 ||
-        (r = sd_bus_set_method_call_timeout(bus.get(), callTimeoutMicroseconds)) < 0 || (r = sd_bus_start(bus.get())) < 0) {
+    if ((r = lib->sd_bus_set_address(bus.get(), address.c_str())) < 0 || (r = lib->sd_bus_set_bus_client(bus.get(), 1)) < 0 ||
+        (r = lib->sd_bus_set_method_call_timeout(bus.get(), callTimeoutMicroseconds)) < 0 ||
+        (r = lib->sd_bus_start(bus.get())) < 0) {
         error = fmt::format("The systemd {} can't be reached: {}.", manager, std::strerror(-r));
         return nullptr;
     }
@@ -65,7 +71,7 @@ Bus connect(const std::string& address, std::string_view manager, std::string& e
 bool managerAnswers(sd_bus* bus, std::string_view manager, std::string& error) {
     BusError e;
     char* version = nullptr;
-    const int r = sd_bus_get_property_string(bus, destination, objectPath, managerInterface, "Version", e.get(), &version);
+    const int r = sdBus()->sd_bus_get_property_string(bus, destination, objectPath, managerInterface, "Version", e.get(), &version);
     std::free(version);
     if (r >= 0) return true;
     error = fmt::format("The systemd {} can't be reached: {}.", manager, e.text(r));
@@ -77,7 +83,7 @@ std::string unitFileState(sd_bus* bus, const char* unit) {
     std::string ignored;
     if (!call(bus, "GetUnitFileState", ignored, &reply, "s", unit)) return {};
     const char* state = nullptr;
-    if (sd_bus_message_read(reply.get(), "s", &state) < 0 || !state) return {};
+    if (sdBus()->sd_bus_message_read(reply.get(), "s", &state) < 0 || !state) return {};
     return state;
 }
 

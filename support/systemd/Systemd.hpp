@@ -11,9 +11,9 @@
 #include <string_view>
 
 #include <fmt/format.h>
-#include <systemd/sd-bus.h>
 
 #include "support/host/ServiceRegistrar.hpp"
+#include "support/systemd/SdBus.hpp"
 
 namespace quorv::systemd {
 
@@ -24,19 +24,21 @@ inline constexpr const char* managerInterface = "org.freedesktop.systemd1.Manage
 inline constexpr std::uint64_t callTimeoutMicroseconds = 10'000'000;
 
 struct BusCloser {
-    void operator()(sd_bus* bus) const { sd_bus_flush_close_unref(bus); }
+    void operator()(sd_bus* bus) const { sdBus()->sd_bus_flush_close_unref(bus); }
 };
 using Bus = std::unique_ptr<sd_bus, BusCloser>;
 
 struct MessageUnref {
-    void operator()(sd_bus_message* m) const { sd_bus_message_unref(m); }
+    void operator()(sd_bus_message* m) const { sdBus()->sd_bus_message_unref(m); }
 };
 using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
 
 class BusError {
 public:
     BusError() = default;
-    ~BusError() { sd_bus_error_free(&error_); }
+    ~BusError() {
+        if (const SdBus* lib = sdBus()) lib->sd_bus_error_free(&error_);
+    }
     BusError(const BusError&) = delete;
     BusError& operator=(const BusError&) = delete;
     sd_bus_error* get() { return &error_; }
@@ -54,7 +56,7 @@ std::string addressValue(const std::string& s);
 std::optional<std::string> sessionBusAddress();
 
 // A client connection to the bus at address. manager names the manager in the error sentence:
-// "The systemd <manager> can't be reached: <reason>."
+// "The systemd <manager> can't be reached: <reason>." Without libsystemd there is none.
 Bus connect(const std::string& address, std::string_view manager, std::string& error);
 
 // A bus is not enough: a bus without systemd behind it has no manager to talk to.
@@ -65,7 +67,7 @@ template <class... Args>
 bool call(sd_bus* bus, const char* method, std::string& error, Message* reply, const char* types, Args... args) {
     BusError e;
     sd_bus_message* raw = nullptr;
-    const int r = sd_bus_call_method(bus, destination, objectPath, managerInterface, method, e.get(), &raw, types, args...);
+    const int r = sdBus()->sd_bus_call_method(bus, destination, objectPath, managerInterface, method, e.get(), &raw, types, args...);
     Message owned(raw);
     if (r < 0) {
         if (!error.empty()) error += " ";

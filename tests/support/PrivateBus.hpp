@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "support/TestSupport.hpp"
+#include "support/systemd/SdBus.hpp"
 
 namespace testing_support {
 
@@ -64,6 +65,16 @@ private:
     bool ready_ = false;
     std::atomic<bool> stop_{false};
     std::thread thread_;
+};
+
+// Makes the code under test load the sd-bus library from `name` (a missing one, say) until this
+// goes; the usual library after that.
+class SdBusLibraryNamed {
+public:
+    explicit SdBusLibraryNamed(const std::string& name) { quorv::systemd::setLibraryName(name); }
+    ~SdBusLibraryNamed() { quorv::systemd::setLibraryName(quorv::systemd::defaultLibrary); }
+    SdBusLibraryNamed(const SdBusLibraryNamed&) = delete;
+    SdBusLibraryNamed& operator=(const SdBusLibraryNamed&) = delete;
 };
 
 // A method call written out: the method's name, then each argument, strings in double quotes

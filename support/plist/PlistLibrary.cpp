@@ -1,0 +1,43 @@
+#include "support/plist/PlistLibrary.hpp"
+
+#include <dlfcn.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace quorv::plist {
+namespace {
+
+constexpr const char* libraryName = "libplist-2.0.so.3";
+
+PlistLibrary load() {
+    PlistLibrary lib;
+#ifdef __APPLE__
+    void* handle = RTLD_DEFAULT;  // linked there as usual
+#else
+    void* handle = ::dlopen(libraryName, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+#endif
+    const char* missing = handle ? nullptr : libraryName;
+#define QUORV_PLIST_LOOKUP(fn)                                                   \
+    if (handle && !missing) {                                                    \
+        lib.fn = reinterpret_cast<decltype(&::fn)>(::dlsym(handle, #fn));       \
+        if (!lib.fn) missing = #fn;                                              \
+    }
+    QUORV_PLIST_FUNCTIONS(QUORV_PLIST_LOOKUP)
+#undef QUORV_PLIST_LOOKUP
+    if (missing) {
+        std::fprintf(stderr, "brimstell: %s can't be loaded from %s; property lists can't be read.\n", missing,
+                     libraryName);
+        std::_Exit(127);
+    }
+    return lib;
+}
+
+}  // namespace
+
+const PlistLibrary& library() {
+    static const PlistLibrary loaded = load();  // thread-safe first use
+    return loaded;
+}
+
+}  // namespace quorv::plist
