@@ -19,6 +19,7 @@
 
 #include <fmt/format.h>
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/RootControlled.hpp"
 #include "support/posix/UniqueFd.hpp"
 
@@ -225,22 +226,21 @@ bool onlyTrustedCode(pid_t pid, const HelperOptions& options, std::string& why) 
 }  // namespace
 
 std::optional<Caller> identify(int fd, const HelperOptions& options, const std::string& rootPath, std::string& why) {
-    ucred peer{};
-    socklen_t length = sizeof peer;
-    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0 || length != sizeof peer || peer.pid <= 0) {
+    const auto peer = quorv::compat::peerOf(fd);
+    if (!peer || peer->pid <= 0) {
         why = "its credentials can't be read";
         return std::nullopt;
     }
     Caller caller;
-    caller.pid = peer.pid;
-    caller.uid = peer.uid;
-    caller.gid = peer.gid;
-    const auto account = accountOf(peer.uid);
+    caller.pid = peer->pid;
+    caller.uid = peer->uid;
+    caller.gid = peer->gid;
+    const auto account = accountOf(peer->uid);
     if (!account || account->name.empty()) {
-        why = fmt::format("uid {} has no entry in the user database", peer.uid);
+        why = fmt::format("uid {} has no entry in the user database", peer->uid);
         return std::nullopt;
     }
-    if (!isAdministrator(peer.uid, *account, options)) {
+    if (!isAdministrator(peer->uid, *account, options)) {
         why = fmt::format("{} is not an administrator", account->name);
         return std::nullopt;
     }
@@ -250,8 +250,8 @@ std::optional<Caller> identify(int fd, const HelperOptions& options, const std::
         why = fmt::format("{} has no absolute home", account->name);
         return std::nullopt;
     }
-    const auto program = trustedProgram(peer.pid, options, why);
-    if (!program || !untraced(peer.pid, why) || !onlyTrustedCode(peer.pid, options, why)) return std::nullopt;
+    const auto program = trustedProgram(peer->pid, options, why);
+    if (!program || !untraced(peer->pid, why) || !onlyTrustedCode(peer->pid, options, why)) return std::nullopt;
     caller.exeDevice = program->device;
     caller.exeInode = program->inode;
     return caller;

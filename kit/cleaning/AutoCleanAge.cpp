@@ -10,6 +10,7 @@
 #include <set>
 #include <utility>
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/LinkSafe.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "kit/files/FS.hpp"
@@ -23,25 +24,17 @@ namespace {
 
 constexpr int openFolderFlags = quorv::LinkSafe::folderFlags;
 
-double seconds(const struct timespec& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9; }
-
-#ifdef __APPLE__
-double changed(const struct stat& st) { return seconds(st.st_ctimespec); }
-double modified(const struct stat& st) { return seconds(st.st_mtimespec); }
-double accessed(const struct stat& st) { return seconds(st.st_atimespec); }
-#else
-double changed(const struct stat& st) { return seconds(st.st_ctim); }
-double modified(const struct stat& st) { return seconds(st.st_mtim); }
-double accessed(const struct stat& st) { return seconds(st.st_atim); }
-#endif
+using quorv::compat::accessedSeconds;
+using quorv::compat::changedSeconds;
+using quorv::compat::modifiedSeconds;
 
 // Opens a folder inside dirFd without following a link and, where the system can, without
 // updating its access time (which only the owner may ask for: others open it plainly).
 quorv::UniqueFd openFolderAt(int dirFd, const char* name) {
-#ifdef O_NOATIME
-    quorv::UniqueFd fd(::openat(dirFd, name, openFolderFlags | O_NOATIME));
-    if (fd || errno != EPERM) return fd;
-#endif
+    if constexpr (quorv::compat::noAccessTime != 0) {
+        quorv::UniqueFd fd(::openat(dirFd, name, openFolderFlags | quorv::compat::noAccessTime));
+        if (fd || errno != EPERM) return fd;
+    }
     return quorv::UniqueFd(::openat(dirFd, name, openFolderFlags));
 }
 
@@ -76,8 +69,8 @@ public:
     Walk(dev_t device, bool untouched) : device_(device), untouched_(untouched) {}
 
     void add(const struct stat& st) {
-        newestModified_ = std::max(newestModified_, modified(st));
-        if (untouched_) newestAccess_ = std::max(newestAccess_, accessed(st));
+        newestModified_ = std::max(newestModified_, modifiedSeconds(st));
+        if (untouched_) newestAccess_ = std::max(newestAccess_, accessedSeconds(st));
         if (!S_ISDIR(st.st_mode) && st.st_nlink > 1 && !seen_.insert({st.st_dev, st.st_ino}).second) return;
         bytes_ += static_cast<std::int64_t>(st.st_blocks) * 512;
     }
@@ -143,8 +136,8 @@ std::optional<Inspection> inspect(int dirFd, const char* name, bool untouched) {
     // ctime is the nearest fact Linux keeps of when an item came into the folder: moving or
     // renaming it there sets it, and so does any later change to the item, which only makes it
     // look younger.
-    found.dates.added = changed(st);
-    if (untouched) found.dates.lastUsed = accessed(st);
+    found.dates.added = changedSeconds(st);
+    if (untouched) found.dates.lastUsed = accessedSeconds(st);
     if (!S_ISDIR(st.st_mode)) return found;
 
     found.folder = true;

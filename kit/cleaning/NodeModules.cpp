@@ -8,6 +8,7 @@
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/files/FS.hpp"
 #include "shared/helper/HelperFiles.hpp"
+#include "support/posix/Compat.hpp"
 #include "support/posix/LinkSafe.hpp"
 
 namespace brimstell {
@@ -15,10 +16,6 @@ namespace brimstell {
 namespace {
 
 constexpr int kOpenFolder = quorv::LinkSafe::folderFlags;
-
-double mtimeOf(const struct stat& st) {
-    return static_cast<double>(st.st_mtim.tv_sec) + static_cast<double>(st.st_mtim.tv_nsec) / 1e9;
-}
 
 // A folder of the home that a cloud client syncs (Dropbox, MEGA, Box…), by the names the root
 // helper protects: moving a node_modules out of one would remove it on every device.
@@ -40,7 +37,7 @@ public:
         if (depth > 0 && std::any_of(folders.begin(), folders.end(), isNodeModules)) {
             NodeModulesProject project;
             project.folder = path;
-            if (const auto own = FolderListing::statAt(fd, ".")) project.lastChange = mtimeOf(*own);
+            if (const auto own = FolderListing::statAt(fd, ".")) project.lastChange = quorv::compat::modifiedSeconds(*own);
             // Its own node_modules comes first; nested ones follow in the order the walk meets them.
             project.modules.push_back(path + "/" + std::string(JunkCatalogue::nodeModulesFolder));
             readProject(fd, path, FolderListing::list(fd), 0, project);
@@ -70,7 +67,7 @@ private:
                 if (depth > 0) project.modules.push_back(path + "/" + entry.name);
                 continue;
             }
-            project.lastChange = std::max(project.lastChange, mtimeOf(entry.st));
+            project.lastChange = std::max(project.lastChange, quorv::compat::modifiedSeconds(entry.st));
             if (!entry.isFolder() || entry.name.starts_with('.') || entry.st.st_dev != device_) continue;
             if (depth + 1 > NodeModules::projectDepth) continue;
             quorv::UniqueFd child(::openat(fd, entry.name.c_str(), kOpenFolder));

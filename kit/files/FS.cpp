@@ -21,6 +21,7 @@
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
+#include "support/posix/Compat.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/LinkSafe.hpp"
 #include "support/process/Shell.hpp"
@@ -59,20 +60,7 @@ VolumeStats FS::volumeStats(const std::string& location) {
 
 std::int64_t FS::fileSize(const std::string& path) {
     if (path.empty()) return 0;
-#ifdef __linux__
-    // statx says whether the file system reported blocks at all; stat can't tell that from a
-    // file that is all holes.
-    struct statx sx{};
-    if (::statx(AT_FDCWD, path.c_str(), AT_SYMLINK_NOFOLLOW, STATX_BLOCKS | STATX_SIZE, &sx) == 0) {
-        if (sx.stx_mask & STATX_BLOCKS) return static_cast<std::int64_t>(sx.stx_blocks) * 512;
-        if (sx.stx_mask & STATX_SIZE) return static_cast<std::int64_t>(sx.stx_size);
-        return 0;
-    }
-    if (errno != ENOSYS) return 0;
-#endif
-    struct stat st{};
-    if (::lstat(path.c_str(), &st) != 0) return 0;
-    return static_cast<std::int64_t>(st.st_blocks) * 512;
+    return quorv::compat::allocatedBytesAt(AT_FDCWD, path.c_str()).value_or(0);
 }
 
 std::int64_t FS::size(const std::string& path) {

@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/LinkSafe.hpp"
 #include "kit/files/ItemFolder.hpp"
 #include "kit/files/TrashInfo.hpp"
@@ -31,6 +32,7 @@ using quorv::LinkSafe;
 using quorv::UniqueFd;
 namespace files = quorv::files;
 namespace nesting = quorv::nesting;
+namespace compat = quorv::compat;
 
 namespace {
 
@@ -57,28 +59,10 @@ using Ledger = std::map<std::string, Entry>;
 // The item's identity: device, inode and, where the file system keeps one, its birth time, so
 // that a new file that reuses a freed inode number is not taken for the one that was moved.
 std::string fileID(int dirFd, const std::string& name) {
-    unsigned long long device = 0, inode = 0;
-    long long bornSeconds = 0;
-    long bornNanoseconds = 0;
-#ifdef __APPLE__
-    struct stat st{};
-    if (::fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return {};
-    device = static_cast<unsigned long long>(st.st_dev);
-    inode = static_cast<unsigned long long>(st.st_ino);
-    bornSeconds = st.st_birthtimespec.tv_sec;
-    bornNanoseconds = st.st_birthtimespec.tv_nsec;
-#else
-    struct statx sx{};
-    if (::statx(dirFd, name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &sx) != 0) return {};
-    device = (static_cast<unsigned long long>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
-    inode = sx.stx_ino;
-    if (sx.stx_mask & STATX_BTIME) {
-        bornSeconds = sx.stx_btime.tv_sec;
-        bornNanoseconds = sx.stx_btime.tv_nsec;
-    }
-#endif
-    return std::to_string(device) + ":" + std::to_string(inode) + ":" + std::to_string(bornSeconds) + "." +
-           std::to_string(bornNanoseconds);
+    const auto id = compat::identityAt(dirFd, name.c_str());
+    if (!id) return {};
+    return std::to_string(id->device) + ":" + std::to_string(id->inode) + ":" + std::to_string(id->bornSeconds) + "." +
+           std::to_string(id->bornNanoseconds);
 }
 
 // One ledger value: {"original": encoded path, "dateAdded": seconds, "file": identity}; nullopt
@@ -155,14 +139,7 @@ void prune(Ledger& ledger, int trashFd) {
 }
 
 // When the item's inode last changed; a rename sets it.
-double changeTime(const struct stat& st) {
-#ifdef __APPLE__
-    const struct timespec& t = st.st_ctimespec;
-#else
-    const struct timespec& t = st.st_ctim;
-#endif
-    return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9;
-}
+double changeTime(const struct stat& st) { return compat::changedSeconds(st); }
 
 UniqueFd openTrash(const std::string& trash) {
     return LinkSafe::openFolder(trash, false);

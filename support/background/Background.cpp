@@ -9,9 +9,7 @@
 #include <thread>
 #include <vector>
 
-#ifdef __linux__
-#include <sys/syscall.h>
-#endif
+#include "support/posix/Compat.hpp"
 
 namespace quorv {
 namespace {
@@ -45,9 +43,7 @@ private:
     void loop() {
         isWorker = true;
         // Utility priority: background work yields to what the user is doing.
-#ifdef __linux__
-        ::setpriority(PRIO_PROCESS, static_cast<id_t>(::syscall(SYS_gettid)), 10);
-#endif
+        compat::lowerThreadPriority(10);
         for (;;) {
             std::function<void()> fn;
             {

@@ -1,5 +1,6 @@
 #include "support/host/Host.hpp"
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/Files.hpp"
 
 #include <pwd.h>
@@ -11,10 +12,6 @@
 #include <filesystem>
 #include <mutex>
 #include <vector>
-
-#ifdef __APPLE__
-#include <mach-o/dyld.h>
-#endif
 
 extern char** environ;
 
@@ -32,18 +29,8 @@ bool isInside(const std::string& path, const std::string& folder) {
 }
 
 std::string executableFolder() {
-#ifdef __APPLE__
-    char buf[4096];
-    uint32_t size = sizeof buf;
-    if (_NSGetExecutablePath(buf, &size) != 0) return {};
-    std::error_code ec;
-    auto p = std::filesystem::weakly_canonical(buf, ec);
-    return ec ? std::string() : p.parent_path().string();
-#else
-    std::error_code ec;
-    auto p = std::filesystem::read_symlink("/proc/self/exe", ec);
-    return ec ? std::string() : p.parent_path().string();
-#endif
+    const auto self = compat::executablePath();
+    return self ? std::filesystem::path(*self).parent_path().string() : std::string();
 }
 
 struct Account {

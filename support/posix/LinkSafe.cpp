@@ -11,17 +11,11 @@
 #include <memory>
 #include <vector>
 
+#include "support/posix/Compat.hpp"
+
 namespace quorv {
 
 namespace {
-
-int rawRenameNoReplace(int fromDir, const char* from, int toDir, const char* to) {
-#ifdef __APPLE__
-    return ::renameatx_np(fromDir, from, toDir, to, RENAME_EXCL);
-#else
-    return ::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE);
-#endif
-}
 
 // The next component of a relative path; false when none is left. Empty and "." parts are skipped.
 bool nextPart(std::string_view& rest, std::string& part) {
@@ -55,25 +49,24 @@ bool plainAbsolute(const std::string& path) {
 // One step of a walk: the folder name in at, never a link. A link there fails with ELOOP
 // whichever flags are asked for, anything else that isn't a folder with ENOTDIR.
 UniqueFd step(int at, const std::string& name, int flags) {
-#ifdef O_PATH
-    // The entry itself first (a link is opened as a link), judged by its descriptor.
-    UniqueFd entry(::openat(at, name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    struct stat st{};
-    if (!entry || ::fstat(entry.get(), &st) != 0) return {};
-    if (!S_ISDIR(st.st_mode)) {
-        errno = S_ISLNK(st.st_mode) ? ELOOP : ENOTDIR;
-        return {};
+    if constexpr (compat::hasPathOnly) {
+        // The entry itself first (a link is opened as a link), judged by its descriptor.
+        UniqueFd entry(::openat(at, name.c_str(), compat::pathOnly | O_NOFOLLOW | O_CLOEXEC));
+        struct stat st{};
+        if (!entry || ::fstat(entry.get(), &st) != 0) return {};
+        if (!S_ISDIR(st.st_mode)) {
+            errno = S_ISLNK(st.st_mode) ? ELOOP : ENOTDIR;
+            return {};
+        }
+        if (flags == LinkSafe::baseFlags) return entry;
+        return UniqueFd(::openat(entry.get(), ".", flags));
     }
-    if (flags == LinkSafe::baseFlags) return entry;
-    return UniqueFd(::openat(entry.get(), ".", flags));
-#else
     UniqueFd fd(::openat(at, name.c_str(), flags));
     struct stat st{};
     if (!fd && errno == ENOTDIR && ::fstatat(at, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode)) {
         errno = ELOOP;
     }
     return fd;
-#endif
 }
 
 // Walks relative below baseFd: every folder on the way with baseFlags, the last with lastFlags.
@@ -164,7 +157,7 @@ UniqueFd LinkSafe::makeExact(const std::string& path, mode_t mode) {
 }
 
 int LinkSafe::renameNoReplace(int fromDir, const std::string& from, int toDir, const std::string& to) {
-    if (rawRenameNoReplace(fromDir, from.c_str(), toDir, to.c_str()) == 0) return 0;
+    if (compat::renameNoReplace(fromDir, from.c_str(), toDir, to.c_str()) == 0) return 0;
     const int e = errno;
     if (e != EINVAL && e != ENOSYS && e != ENOTSUP) return e;
     // A file system without exclusive renames (some network ones): look, then rename.
@@ -174,29 +167,7 @@ int LinkSafe::renameNoReplace(int fromDir, const std::string& from, int toDir, c
     return ::renameat(fromDir, from.c_str(), toDir, to.c_str()) == 0 ? 0 : errno;
 }
 
-std::optional<std::string> LinkSafe::pathOf(int fd) {
-#ifdef __APPLE__
-    char buf[PATH_MAX];
-    if (::fcntl(fd, F_GETPATH, buf) != 0) return std::nullopt;
-    return std::string(buf);
-#else
-    char link[64];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    std::vector<char> buf(4096);
-    for (;;) {
-        const ssize_t n = ::readlink(link, buf.data(), buf.size());
-        if (n < 0) return std::nullopt;
-        if (static_cast<std::size_t>(n) < buf.size()) {
-            std::string path(buf.data(), static_cast<std::size_t>(n));
-            // Not a path the kernel can name (a folder that was removed, another namespace).
-            if (path.empty() || path[0] != '/') return std::nullopt;
-            return path;
-        }
-        if (buf.size() >= (1u << 20)) return std::nullopt;
-        buf.resize(buf.size() * 2);
-    }
-#endif
-}
+std::optional<std::string> LinkSafe::pathOf(int fd) { return compat::descriptorPath(fd); }
 
 bool LinkSafe::isInside(const std::string& path, const std::string& folder) {
     if (folder == "/") return !path.empty() && path[0] == '/';

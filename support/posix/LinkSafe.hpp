@@ -14,16 +14,13 @@
 #include <string>
 #include <string_view>
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/UniqueFd.hpp"
 
 namespace quorv {
 
 struct LinkSafe {
-#ifdef O_PATH
-    static constexpr int pathOnly = O_PATH;
-#else
-    static constexpr int pathOnly = O_RDONLY;  // macOS has no O_PATH; folders open read-only as well
-#endif
+    static constexpr int pathOnly = compat::pathOnly;
     // A folder to list or to use as the base of *at calls; a final link is refused.
     static constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     // The same, for a folder that is only a base of *at calls (never listed).

@@ -6,9 +6,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#if defined(__linux__)
-#include <sys/syscall.h>
-#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -17,6 +14,7 @@
 #include <optional>
 
 #include "support/host/Host.hpp"
+#include "support/posix/Compat.hpp"
 #include "support/posix/UniqueFd.hpp"
 
 // How a run ends:
@@ -67,17 +65,8 @@ struct Pipe {
 
 std::optional<Pipe> makePipe() {
     int ends[2];
-#if defined(__linux__)
-    if (::pipe2(ends, O_CLOEXEC) != 0) return std::nullopt;
+    if (compat::closeOnExecPipe(ends) != 0) return std::nullopt;
     Pipe p{UniqueFd(ends[0]), UniqueFd(ends[1])};
-#else
-    // No pipe2 here; the spawn closes every descriptor it isn't told to keep (CLOEXEC_DEFAULT),
-    // so the window before FD_CLOEXEC matters only to other code that forks.
-    if (::pipe(ends) != 0) return std::nullopt;
-    Pipe p{UniqueFd(ends[0]), UniqueFd(ends[1])};
-    ::fcntl(p.read.get(), F_SETFD, FD_CLOEXEC);
-    ::fcntl(p.write.get(), F_SETFD, FD_CLOEXEC);
-#endif
     p.read = aboveStandard(std::move(p.read));
     p.write = aboveStandard(std::move(p.write));
     if (!p.read || !p.write) return std::nullopt;
@@ -116,15 +105,7 @@ struct Reader {
 };
 
 // A descriptor that becomes readable when the child exits, where the system offers one.
-UniqueFd processDescriptor(pid_t pid) {
-#if defined(__linux__) && defined(SYS_pidfd_open)
-    // Always close-on-exec; absent before Linux 5.3, when we fall back to looking periodically.
-    return UniqueFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
-#else
-    (void)pid;
-    return UniqueFd();
-#endif
-}
+UniqueFd processDescriptor(pid_t pid) { return UniqueFd(compat::childExitDescriptor(pid)); }
 
 enum class ExitCheck { running, exited, lost };
 

@@ -1,0 +1,196 @@
+#include "support/posix/Compat.hpp"
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#ifdef __APPLE__
+#include <mach-o/dyld.h>
+#include <pthread/qos.h>
+#include <sys/ucred.h>
+#else
+#include <sys/syscall.h>
+#endif
+
+namespace quorv::compat {
+
+namespace {
+
+double seconds(const struct timespec& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_nsec) / 1e9; }
+
+#ifndef __APPLE__
+// A link's target as a full path, growing the buffer as needed; nullopt for anything else.
+std::optional<std::string> fullPathOfLink(const char* link) {
+    std::vector<char> buf(4096);
+    for (;;) {
+        const ssize_t n = ::readlink(link, buf.data(), buf.size());
+        if (n < 0) return std::nullopt;
+        if (static_cast<std::size_t>(n) < buf.size()) {
+            std::string path(buf.data(), static_cast<std::size_t>(n));
+            // Not a path the kernel can name (a folder that was removed, another namespace).
+            if (path.empty() || path[0] != '/') return std::nullopt;
+            return path;
+        }
+        if (buf.size() >= (1u << 20)) return std::nullopt;
+        buf.resize(buf.size() * 2);
+    }
+}
+#endif
+
+}  // namespace
+
+#ifdef __APPLE__
+double modifiedSeconds(const struct stat& st) { return seconds(st.st_mtimespec); }
+double changedSeconds(const struct stat& st) { return seconds(st.st_ctimespec); }
+double accessedSeconds(const struct stat& st) { return seconds(st.st_atimespec); }
+#else
+double modifiedSeconds(const struct stat& st) { return seconds(st.st_mtim); }
+double changedSeconds(const struct stat& st) { return seconds(st.st_ctim); }
+double accessedSeconds(const struct stat& st) { return seconds(st.st_atim); }
+#endif
+
+int renameNoReplace(int fromDir, const char* from, int toDir, const char* to) {
+#ifdef __APPLE__
+    return ::renameatx_np(fromDir, from, toDir, to, RENAME_EXCL);
+#else
+    return ::renameat2(fromDir, from, toDir, to, RENAME_NOREPLACE);
+#endif
+}
+
+std::optional<std::string> descriptorPath(int fd) {
+    // A removed file or folder has no name left (Linux would name it "<old path> (deleted)").
+    struct stat st{};
+    if (::fstat(fd, &st) != 0 || st.st_nlink == 0) return std::nullopt;
+#ifdef __APPLE__
+    char buf[PATH_MAX];
+    if (::fcntl(fd, F_GETPATH, buf) != 0) return std::nullopt;
+    return std::string(buf);
+#else
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    return fullPathOfLink(link);
+#endif
+}
+
+std::optional<std::string> executablePath() {
+#ifdef __APPLE__
+    char buf[PATH_MAX];
+    uint32_t size = sizeof buf;
+    if (_NSGetExecutablePath(buf, &size) != 0) return std::nullopt;
+    char resolved[PATH_MAX];
+    if (!::realpath(buf, resolved)) return std::nullopt;
+    return std::string(resolved);
+#else
+    return fullPathOfLink("/proc/self/exe");
+#endif
+}
+
+std::optional<FileIdentity> identityAt(int dirFd, const char* name) {
+    FileIdentity id;
+#ifdef __APPLE__
+    struct stat st{};
+    if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+    id.device = static_cast<std::uint64_t>(st.st_dev);
+    id.inode = static_cast<std::uint64_t>(st.st_ino);
+    id.bornSeconds = st.st_birthtimespec.tv_sec;
+    id.bornNanoseconds = st.st_birthtimespec.tv_nsec;
+#else
+    struct statx sx{};
+    if (::statx(dirFd, name, AT_SYMLINK_NOFOLLOW, STATX_INO | STATX_BTIME, &sx) != 0) return std::nullopt;
+    id.device = (static_cast<std::uint64_t>(sx.stx_dev_major) << 32) | sx.stx_dev_minor;
+    id.inode = sx.stx_ino;
+    if (sx.stx_mask & STATX_BTIME) {
+        id.bornSeconds = sx.stx_btime.tv_sec;
+        id.bornNanoseconds = sx.stx_btime.tv_nsec;
+    }
+#endif
+    return id;
+}
+
+std::optional<std::int64_t> allocatedBytesAt(int dirFd, const char* name) {
+#ifdef __linux__
+    // statx says whether the file system reported blocks at all; stat can't tell that from a
+    // file that is all holes.
+    struct statx sx{};
+    if (::statx(dirFd, name, AT_SYMLINK_NOFOLLOW, STATX_BLOCKS | STATX_SIZE, &sx) == 0) {
+        if (sx.stx_mask & STATX_BLOCKS) return static_cast<std::int64_t>(sx.stx_blocks) * 512;
+        if (sx.stx_mask & STATX_SIZE) return static_cast<std::int64_t>(sx.stx_size);
+        return 0;
+    }
+    if (errno != ENOSYS) return std::nullopt;
+#endif
+    struct stat st{};
+    if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+    return static_cast<std::int64_t>(st.st_blocks) * 512;
+}
+
+std::optional<Peer> peerOf(int socketFd) {
+    Peer peer;
+#ifdef __APPLE__
+    struct xucred cred{};
+    socklen_t length = sizeof cred;
+    if (::getsockopt(socketFd, SOL_LOCAL, LOCAL_PEERCRED, &cred, &length) != 0 || cred.cr_version != XUCRED_VERSION) {
+        return std::nullopt;
+    }
+    pid_t pid = 0;
+    length = sizeof pid;
+    if (::getsockopt(socketFd, SOL_LOCAL, LOCAL_PEERPID, &pid, &length) != 0) return std::nullopt;
+    peer.pid = pid;
+    peer.uid = cred.cr_uid;
+    peer.gid = cred.cr_ngroups > 0 ? cred.cr_groups[0] : 0;
+#else
+    ucred cred{};
+    socklen_t length = sizeof cred;
+    if (::getsockopt(socketFd, SOL_SOCKET, SO_PEERCRED, &cred, &length) != 0 || length != sizeof cred) {
+        return std::nullopt;
+    }
+    peer.pid = cred.pid;
+    peer.uid = cred.uid;
+    peer.gid = cred.gid;
+#endif
+    return peer;
+}
+
+int closeOnExecPipe(int ends[2]) {
+#ifdef __linux__
+    return ::pipe2(ends, O_CLOEXEC);
+#else
+    // No pipe2 here; the spawn closes every descriptor it isn't told to keep (CLOEXEC_DEFAULT),
+    // so the window before FD_CLOEXEC matters only to other code that forks.
+    if (::pipe(ends) != 0) return -1;
+    ::fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+    ::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+    return 0;
+#endif
+}
+
+int childExitDescriptor(pid_t pid) {
+#if defined(__linux__) && defined(SYS_pidfd_open)
+    // Always close-on-exec; absent before Linux 5.3, when the caller falls back to looking.
+    return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+#else
+    (void)pid;
+    return -1;
+#endif
+}
+
+void lowerThreadPriority(int niceness) {
+#ifdef __linux__
+    // On Linux a nice value belongs to the thread that sets it by its own id.
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(::syscall(SYS_gettid)), niceness);
+#elif defined(__APPLE__)
+    (void)niceness;
+    ::pthread_set_qos_class_self_np(QOS_CLASS_UTILITY, 0);
+#else
+    (void)niceness;
+#endif
+}
+
+}  // namespace quorv::compat

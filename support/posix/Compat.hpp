@@ -1,0 +1,85 @@
+#pragma once
+// Where Linux and macOS differ below POSIX, in one place: file times, birth times, the rename that
+// never replaces, the path of an open descriptor or of the running program, the peer of a local
+// socket, close-on-exec pipes, a descriptor that waits for a child, a thread's priority.
+//
+// Everything else in the portable code calls these and names no Linux- or Darwin-only call of its
+// own; scripts/check-portable.sh keeps it that way.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace quorv::compat {
+
+// A descriptor that only names a place (no reading through it), where the system has one.
+#ifdef O_PATH
+inline constexpr bool hasPathOnly = true;
+inline constexpr int pathOnly = O_PATH;
+#else
+inline constexpr bool hasPathOnly = false;
+inline constexpr int pathOnly = O_RDONLY;  // no O_PATH on macOS: a base folder opens read-only
+#endif
+
+#ifdef O_NOATIME
+inline constexpr int noAccessTime = O_NOATIME;  // only the owner (or root) may ask for it
+#else
+inline constexpr int noAccessTime = 0;
+#endif
+
+// The times of a stat, as seconds since 1970 with their fraction.
+double modifiedSeconds(const struct stat& st);
+double changedSeconds(const struct stat& st);
+double accessedSeconds(const struct stat& st);
+
+// Renames from (in fromDir) to to (in toDir) only when to doesn't exist: 0, or -1 with errno
+// (EEXIST when it does; EINVAL/ENOSYS/ENOTSUP where the file system can't do it exclusively).
+int renameNoReplace(int fromDir, const char* from, int toDir, const char* to);
+
+// Where an open descriptor is now, as a full path; nullopt when the system can't name it (removed,
+// another mount namespace).
+std::optional<std::string> descriptorPath(int fd);
+
+// The running program's own file, as a full path.
+std::optional<std::string> executablePath();
+
+// What tells one file from another over time: device, inode and, where the file system keeps one,
+// the birth time (0 where it doesn't), so that a new file reusing a freed inode isn't taken for
+// the old one. A final link is not followed.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    long long bornSeconds = 0;
+    long bornNanoseconds = 0;
+};
+std::optional<FileIdentity> identityAt(int dirFd, const char* name);
+
+// The bytes an entry takes on disk (its blocks), or its length where the file system reports no
+// blocks at all; a final link is not followed. nullopt when it can't be looked at.
+std::optional<std::int64_t> allocatedBytesAt(int dirFd, const char* name);
+
+// The process, user and group at the other end of a connected local socket.
+struct Peer {
+    pid_t pid = 0;
+    uid_t uid = 0;
+    gid_t gid = 0;
+};
+std::optional<Peer> peerOf(int socketFd);
+
+// A pipe whose two ends close on exec: 0, or -1 with errno. Where it can't be made atomically
+// the flags are set right after.
+int closeOnExecPipe(int ends[2]);
+
+// A descriptor that becomes readable when the child exits, or -1 where the system offers none
+// (the caller then looks periodically).
+int childExitDescriptor(pid_t pid);
+
+// Lowers the calling thread's (not the whole process's) priority to niceness where the system
+// allows it per thread; elsewhere nothing.
+void lowerThreadPriority(int niceness);
+
+}  // namespace quorv::compat
