@@ -82,11 +82,9 @@ private:
         NSXPCConnection* c = [[NSXPCConnection alloc] initWithMachServiceName:text(HelperInfo::label)
                                                                       options:NSXPCConnectionPrivileged];
         c.remoteObjectInterface = [NSXPCInterface interfaceWithProtocol:@protocol(HelperProtocol)];
-        if (auto team = HelperInfo::ownTeamID()) {
-            // Only a helper signed by our own team under its label is accepted.
-            const std::string requirement = "anchor apple generic and identifier \"" + std::string(HelperInfo::label) +
-                                            "\" and certificate leaf[subject.OU] = \"" + *team + "\"";
-            if (@available(macOS 13.0, *)) [c setCodeSigningRequirement:text(requirement)];
+        // Only a helper signed by our own team under its label is accepted.
+        if (const auto team = HelperInfo::ownTeamID()) {
+            if (@available(macOS 13.0, *)) [c setCodeSigningRequirement:text(HelperInfo::clientRequirement(*team))];
         }
         __weak NSXPCConnection* weak = c;  // the connection keeps its handler: no cycle back to it
         c.invalidationHandler = ^{

@@ -7,7 +7,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "kit/files/TrashTexts.hpp"
+#include "kit/files/MacTrashRules.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
 
@@ -25,27 +25,30 @@ std::string pathOf(NSURL* url) {
 }
 
 const char* sentence(NSError* error) {
-    if (!error) return trashText::notMoved;
-    if ([error.domain isEqualToString:NSPOSIXErrorDomain]) return trashText::forError(static_cast<int>(error.code));
-    if ([error.domain isEqualToString:NSCocoaErrorDomain]) {
-        switch (error.code) {
-            case NSFileNoSuchFileError:
-            case NSFileReadNoSuchFileError: return trashText::gone;
-            case NSFileWriteNoPermissionError:
-            case NSFileReadNoPermissionError: return trashText::noPermission;
-            case NSFeatureUnsupportedError: return trashText::otherDisk;  // a volume without a Trash
-            default: break;
-        }
-    }
-    return trashText::notMoved;
+    using macTrash::ErrorDomain;
+    if (!error) return macTrash::sentence(ErrorDomain::none, 0);
+    ErrorDomain domain = ErrorDomain::other;
+    if ([error.domain isEqualToString:NSPOSIXErrorDomain]) domain = ErrorDomain::posix;
+    if ([error.domain isEqualToString:NSCocoaErrorDomain]) domain = ErrorDomain::cocoa;
+    return macTrash::sentence(domain, static_cast<long>(error.code));
 }
+
+static_assert(macTrash::cocoa::noSuchFile == NSFileNoSuchFileError);
+static_assert(macTrash::cocoa::readNoSuchFile == NSFileReadNoSuchFileError);
+static_assert(macTrash::cocoa::readNoPermission == NSFileReadNoPermissionError);
+static_assert(macTrash::cocoa::writeNoPermission == NSFileWriteNoPermissionError);
+static_assert(macTrash::cocoa::featureUnsupported == NSFeatureUnsupportedError);
 
 class MacTrash final : public quorv::TrashBackend {
 public:
     std::optional<std::string> moveToTrash(const std::string& path, std::string& error) override {
         @autoreleasepool {
             error.clear();
-            NSURL* url = fileURL(path);
+            if (const char* refused = macTrash::refusal(path)) {
+                error = refused;
+                return std::nullopt;
+            }
+            NSURL* url = fileURL(quorv::files::trimTrailingSlashes(path));
             NSURL* resulting = nil;
             NSError* failure = nil;
             if (url && [[NSFileManager defaultManager] trashItemAtURL:url resultingItemURL:&resulting error:&failure]) {
@@ -73,7 +76,8 @@ public:
                                                             error:nil];
             for (NSURL* url in items) {
                 NSString* name = url.lastPathComponent;
-                if ([name isEqualToString:@".DS_Store"] || [name isEqualToString:@".localized"]) continue;
+                const char* plainName = name.fileSystemRepresentation;
+                if (!plainName || macTrash::isBookkeeping(plainName)) continue;
                 quorv::TrashedItem item;
                 item.location = pathOf(url);
                 id added = nil;
@@ -105,11 +109,7 @@ public:
     void forgetRestored(const std::string&) override {}
 
     bool isInTrash(const std::string& location) override {
-        const std::string parent = quorv::files::parentOf(location);
-        if (parent == quorv::host().inHome(".Trash")) return true;
-        // A volume's Trash: <volume>/.Trashes/<uid>.
-        return quorv::files::nameOf(parent) == std::to_string(quorv::host().uid) &&
-               quorv::files::nameOf(quorv::files::parentOf(parent)) == ".Trashes";
+        return macTrash::isInTrash(location, quorv::host().home, quorv::host().uid);
     }
 };
 

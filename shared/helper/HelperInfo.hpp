@@ -21,4 +21,10 @@ inline constexpr std::string_view version = "4";
 // signed, any step fails, or on a platform without code signatures (Linux).
 std::optional<std::string> ownTeamID();
 
+// The code-signing requirement a helper must meet for a caller signed by team: Apple's chain,
+// the helper's label as its identifier, and the same team. A team that isn't a team identifier
+// (letters and digits, at most 32) would write into the requirement: it gets "never", which no
+// helper meets.
+std::string clientRequirement(std::string_view team);
+
 }  // namespace brimstell::HelperInfo

@@ -22,6 +22,13 @@ std::optional<Value> toValue(CFPropertyListRef ref) {
     return plist::parse(bytes);
 }
 
+// The key as the defaults system takes it; null for a key it can't hold (never passed on).
+CFStringRef keyRef(const std::string& key) {
+    if (!isStorableKey(key)) return nullptr;
+    return CFStringCreateWithBytes(nullptr, reinterpret_cast<const UInt8*>(key.data()), static_cast<CFIndex>(key.size()),
+                                   kCFStringEncodingUTF8, false);
+}
+
 CFPropertyListRef toRef(const Value& value) {
     const std::string bytes = plist::toBinary(value);
     CFDataRef data = CFDataCreate(nullptr, reinterpret_cast<const UInt8*>(bytes.data()), bytes.size());
@@ -37,7 +44,8 @@ public:
     ~MacDefaultsStore() override { CFRelease(domain_); }
 
     std::optional<Value> object(const std::string& key) override {
-        CFStringRef k = CFStringCreateWithCString(nullptr, key.c_str(), kCFStringEncodingUTF8);
+        CFStringRef k = keyRef(key);
+        if (!k) return std::nullopt;
         CFPropertyListRef ref = CFPreferencesCopyAppValue(k, domain_);
         CFRelease(k);
         auto v = toValue(ref);
@@ -45,15 +53,17 @@ public:
         return v;
     }
     bool set(const std::string& key, const Value& value) override {
-        CFStringRef k = CFStringCreateWithCString(nullptr, key.c_str(), kCFStringEncodingUTF8);
+        CFStringRef k = keyRef(key);
+        if (!k) return false;
         CFPropertyListRef ref = toRef(value);
-        CFPreferencesSetAppValue(k, ref, domain_);
+        if (ref) CFPreferencesSetAppValue(k, ref, domain_);
         if (ref) CFRelease(ref);
         CFRelease(k);
         return ref != nullptr;
     }
     bool remove(const std::string& key) override {
-        CFStringRef k = CFStringCreateWithCString(nullptr, key.c_str(), kCFStringEncodingUTF8);
+        CFStringRef k = keyRef(key);
+        if (!k) return false;
         CFPreferencesSetAppValue(k, nullptr, domain_);
         CFRelease(k);
         return true;
@@ -65,7 +75,7 @@ public:
         if (!list) return out;
         for (CFIndex i = 0; i < CFArrayGetCount(list); ++i) {
             NSString* s = (__bridge NSString*)CFArrayGetValueAtIndex(list, i);
-            out.emplace_back(s.UTF8String ?: "");
+            if (const char* key = s.UTF8String) out.emplace_back(key);
         }
         CFRelease(list);
         return out;

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include "support/host/Host.hpp"
+#include "support/text/Utf8.hpp"
 
 namespace quorv {
 namespace {
@@ -27,6 +28,10 @@ public:
 };
 
 }  // namespace
+
+bool isStorableKey(std::string_view key) {
+    return !key.empty() && key.find('\0') == std::string_view::npos && isValidUtf8(key);
+}
 
 bool SettingsStore::boolean(const std::string& key) {
     auto v = object(key);

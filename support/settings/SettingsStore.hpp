@@ -4,11 +4,16 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "support/settings/Value.hpp"
 
 namespace quorv {
+
+// Whether key can name a setting on every platform: not empty, well-formed UTF-8, no NUL (the
+// macOS defaults system can't even make a key of anything else).
+bool isStorableKey(std::string_view key);
 
 class SettingsStore {
 public:
