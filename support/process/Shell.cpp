@@ -10,12 +10,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cmath>
 #include <optional>
 
 #include "support/host/Host.hpp"
 #include "support/posix/Compat.hpp"
 #include "support/posix/UniqueFd.hpp"
+#include "support/process/StopPlan.hpp"
 
 // How a run ends:
 // - The tool exits and both pipes reach end of file: the usual case. Whatever it left running
@@ -36,12 +36,7 @@ namespace quorv {
 namespace {
 
 using Steady = std::chrono::steady_clock;
-using Seconds = std::chrono::duration<double>;
 
-// After the tool exits, how long whatever it left holding the pipe may still write.
-constexpr Seconds drainPeriod{0.5};
-// Between SIGTERM and SIGKILL to the group.
-constexpr Seconds gracePeriod{0.5};
 // Without a process descriptor to wait on, how often we look whether the tool has exited: soon
 // at first (most tools are quick), then every 32 ms.
 constexpr int firstExitCheckMs = 1;
@@ -161,60 +156,48 @@ struct SpawnSetup {
     SpawnSetup& operator=(const SpawnSetup&) = delete;
 };
 
-}  // namespace
+// The program's arguments and environment as exec takes them.
+struct Command {
+    std::vector<std::string> args;
+    std::vector<std::string> env;
+};
 
-ShellResult Shell::run(const std::string& program, const std::vector<std::string>& args,
-                       const ShellOptions& options) {
-    ShellResult result;
+// The command for program, or nullopt when something in it can't be passed through exec (a NUL
+// byte, a malformed variable name): rather than cut a value short, the run is refused.
+std::optional<Command> prepare(const std::string& program, const std::vector<std::string>& args,
+                               const ShellOptions& options) {
     // A relative name would be looked up against whatever folder we happen to be in.
-    if (program.empty() || program[0] != '/' || holdsNul(program)) return result;
-
-    // A NUL byte can't be passed through exec; rather than cut a value short, refuse the run.
-    std::vector<std::string> argStrings;
-    argStrings.reserve(args.size() + 1);
-    argStrings.push_back(program);
+    if (program.empty() || program[0] != '/' || holdsNul(program) || holdsNul(options.workingFolder)) return std::nullopt;
+    Command command;
+    command.args.reserve(args.size() + 1);
+    command.args.push_back(program);
     for (const auto& a : args) {
-        if (holdsNul(a)) return result;
-        argStrings.push_back(a);
+        if (holdsNul(a)) return std::nullopt;
+        command.args.push_back(a);
     }
-
     // Held while copied, so a host replaced meanwhile on another thread can't vanish under us.
     const auto base = currentHost();
     std::map<std::string, std::string> env = base->environment;
     for (const auto& [name, value] : options.environment) env[name] = value;
-    std::vector<std::string> envStrings;
-    envStrings.reserve(env.size());
+    command.env.reserve(env.size());
     for (const auto& [name, value] : env) {
-        if (name.empty() || name.find('=') != std::string::npos || holdsNul(name) || holdsNul(value)) {
-            return result;
-        }
-        envStrings.push_back(name + "=" + value);
+        if (name.empty() || name.find('=') != std::string::npos || holdsNul(name) || holdsNul(value)) return std::nullopt;
+        command.env.push_back(name + "=" + value);
     }
+    return command;
+}
 
-    std::vector<char*> argv;
-    argv.reserve(argStrings.size() + 1);
-    for (auto& s : argStrings) argv.push_back(s.data());
-    argv.push_back(nullptr);
-    std::vector<char*> envp;
-    envp.reserve(envStrings.size() + 1);
-    for (auto& s : envStrings) envp.push_back(s.data());
-    envp.push_back(nullptr);
+std::vector<char*> pointers(std::vector<std::string>& strings) {
+    std::vector<char*> out;
+    out.reserve(strings.size() + 1);
+    for (auto& s : strings) out.push_back(s.data());
+    out.push_back(nullptr);
+    return out;
+}
 
-    if (holdsNul(options.workingFolder)) return result;
-
-    auto out = makePipe();
-    if (!out) return result;
-    std::optional<Pipe> err;
-    if (options.captureErrors) {
-        err = makePipe();
-        if (!err) return result;
-    }
-
-    SpawnSetup setup;
-    if (!setup.attrReady || !setup.actionsReady) return result;
-
-    // Own process group (so the whole tree can be stopped), no blocked signals, and every signal
-    // back to its default: a tool must not inherit our ignored SIGPIPE or a blocked SIGTERM.
+// Own process group (so the whole tree can be stopped), no blocked signals, and every signal
+// back to its default: a tool must not inherit our ignored SIGPIPE or a blocked SIGTERM.
+bool setAttributes(posix_spawnattr_t& attr) {
     short flags = POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
 #if defined(__APPLE__)
     flags |= POSIX_SPAWN_CLOEXEC_DEFAULT;  // only the descriptors set up below reach the tool
@@ -225,16 +208,17 @@ ShellResult Shell::run(const std::string& program, const std::vector<std::string
     sigfillset(&all);
     sigdelset(&all, SIGKILL);
     sigdelset(&all, SIGSTOP);
-    bool ok = ::posix_spawnattr_setflags(&setup.attr, flags) == 0 &&
-              ::posix_spawnattr_setpgroup(&setup.attr, 0) == 0 &&
-              ::posix_spawnattr_setsigmask(&setup.attr, &none) == 0 &&
-              ::posix_spawnattr_setsigdefault(&setup.attr, &all) == 0;
+    return ::posix_spawnattr_setflags(&attr, flags) == 0 && ::posix_spawnattr_setpgroup(&attr, 0) == 0 &&
+           ::posix_spawnattr_setsigmask(&attr, &none) == 0 && ::posix_spawnattr_setsigdefault(&attr, &all) == 0;
+}
 
-    posix_spawn_file_actions_t* fa = &setup.actions;
-    ok = ok && ::posix_spawn_file_actions_addopen(fa, 0, "/dev/null", O_RDONLY, 0) == 0;
-    ok = ok && ::posix_spawn_file_actions_adddup2(fa, out->write.get(), 1) == 0;
-    if (err) {
-        ok = ok && ::posix_spawn_file_actions_adddup2(fa, err->write.get(), 2) == 0;
+// Standard input from /dev/null, output to outFd, errors to errFd (or /dev/null when it is -1),
+// nothing else inherited, and the working folder.
+bool setFileActions(posix_spawn_file_actions_t* fa, int outFd, int errFd, const std::string& workingFolder) {
+    bool ok = ::posix_spawn_file_actions_addopen(fa, 0, "/dev/null", O_RDONLY, 0) == 0;
+    ok = ok && ::posix_spawn_file_actions_adddup2(fa, outFd, 1) == 0;
+    if (errFd >= 0) {
+        ok = ok && ::posix_spawn_file_actions_adddup2(fa, errFd, 2) == 0;
     } else {
         ok = ok && ::posix_spawn_file_actions_addopen(fa, 2, "/dev/null", O_WRONLY, 0) == 0;
     }
@@ -243,131 +227,130 @@ ShellResult Shell::run(const std::string& program, const std::vector<std::string
     // without; none of them reaches the tool.
     ok = ok && ::posix_spawn_file_actions_addclosefrom_np(fa, 3) == 0;
 #endif
-    if (!options.workingFolder.empty()) {
-        ok = ok && ::posix_spawn_file_actions_addchdir_np(fa, options.workingFolder.c_str()) == 0;
-    }
-    if (!ok) return result;
+    if (!workingFolder.empty()) ok = ok && ::posix_spawn_file_actions_addchdir_np(fa, workingFolder.c_str()) == 0;
+    return ok;
+}
 
+// A started tool: its pid and the read ends of its output and (when captured) error pipes.
+struct Child {
+    pid_t pid = -1;
+    UniqueFd out;
+    UniqueFd err;
+};
+
+std::optional<Child> spawn(Command& command, const ShellOptions& options) {
+    auto out = makePipe();
+    if (!out) return std::nullopt;
+    std::optional<Pipe> err;
+    if (options.captureErrors && !(err = makePipe())) return std::nullopt;
+    SpawnSetup setup;
+    if (!setup.attrReady || !setup.actionsReady || !setAttributes(setup.attr) ||
+        !setFileActions(&setup.actions, out->write.get(), err ? err->write.get() : -1, options.workingFolder)) {
+        return std::nullopt;
+    }
+    auto argv = pointers(command.args);
+    auto envp = pointers(command.env);
     // posix_spawn, unlike fork, is safe with other threads running: the child shares nothing it
     // could deadlock on before exec, and an exec failure comes back as the return value.
     pid_t pid = -1;
-    const int spawned = ::posix_spawn(&pid, program.c_str(), fa, &setup.attr, argv.data(), envp.data());
-    out->write.reset();
-    if (err) err->write.reset();
-    if (spawned != 0) return result;
-    result.started = true;
+    const int spawned = ::posix_spawn(&pid, argv[0], &setup.actions, &setup.attr, argv.data(), envp.data());
+    if (spawned != 0) return std::nullopt;
+    return Child{pid, std::move(out->read), err ? std::move(err->read) : UniqueFd()};
+}
 
-    const std::size_t cap = options.maxOutput;
-    Reader readers[2];
-    readers[0].fd = std::move(out->read);
-    readers[0].into = &result.output;
-    readers[0].cap = cap;
-    if (err) {
-        readers[1].fd = std::move(err->read);
-        readers[1].into = &result.errorOutput;
-        readers[1].cap = cap;
+enum class Woke { quiet, exitSignalled, interrupted, failed };
+
+// Waits up to timeout ms (-1: no limit) for output or the tool's exit (exitFd, or -1), reading
+// what came.
+Woke waitOnce(Reader (&readers)[2], int exitFd, int timeout) {
+    pollfd fds[3];
+    int count = 0;
+    int readerAt[2] = {-1, -1};
+    for (int i = 0; i < 2; ++i) {
+        if (!readers[i].open()) continue;
+        readerAt[i] = count;
+        fds[count++] = pollfd{readers[i].fd.get(), POLLIN, 0};
     }
+    const int exitAt = exitFd >= 0 ? count : -1;
+    if (exitFd >= 0) fds[count++] = pollfd{exitFd, POLLIN, 0};
+    if (::poll(fds, static_cast<nfds_t>(count), timeout) < 0) return errno == EINTR ? Woke::interrupted : Woke::failed;
+    for (int i = 0; i < 2; ++i) {
+        if (readerAt[i] >= 0 && fds[readerAt[i]].revents != 0) readers[i].drain(readsPerWake);
+    }
+    return exitAt >= 0 && fds[exitAt].revents != 0 ? Woke::exitSignalled : Woke::quiet;
+}
+
+// How long the next wait may be: until the plan's next moment, and, while the exit can only be
+// seen by looking, no longer than the current tick (which grows to exitCheckMs).
+int nextTimeout(const StopPlan& plan, Steady::time_point now, bool ticking, int& tickMs) {
+    const auto wake = plan.wake();
+    int timeout = wake == Steady::time_point::max() ? -1 : millisecondsUntil(wake, now);
+    if (ticking) {
+        if (timeout < 0 || timeout > tickMs) timeout = tickMs;
+        tickMs = std::min(tickMs * 2, exitCheckMs);
+    }
+    return timeout;
+}
+
+// Reads the tool's pipes until it and what it left are done, stopping its group as the plan says.
+// False when its end was reaped by someone else, so its status is unknown.
+bool watch(Child& child, Reader (&readers)[2], const ShellOptions& options, ShellResult& result) {
     auto anyOpen = [&] { return readers[0].open() || readers[1].open(); };
-
-    UniqueFd exitFd = processDescriptor(pid);
-
-    const auto start = Steady::now();
-    // Past a few decades a limit is no limit, and it must stay clear of the clock's range.
-    const double limit = std::min(options.timeLimit, 1e9);
-    const bool limited = std::isfinite(limit) && limit > 0;
-    const auto deadline =
-        limited ? start + std::chrono::duration_cast<Steady::duration>(Seconds(limit)) : Steady::time_point::max();
-
-    bool exited = false;
-    Steady::time_point drainEnd = Steady::time_point::max();
-    bool termSent = false;
-    Steady::time_point killAt = Steady::time_point::max();
-    bool killSent = false;
-
-    auto stopGroup = [&](Steady::time_point now) {
-        ::kill(-pid, SIGTERM);
-        termSent = true;
-        killAt = now + std::chrono::duration_cast<Steady::duration>(gracePeriod);
-    };
-    auto killGroup = [&] {
-        ::kill(-pid, SIGKILL);
-        killSent = true;
-    };
-    bool lost = false;  // reaped behind our back; its status is unknown
+    UniqueFd exitFd = processDescriptor(child.pid);
+    StopPlan plan(Steady::now(), options.timeLimit);
+    bool lost = false;
     auto noteExit = [&](Steady::time_point now) {
-        const ExitCheck check = checkExit(pid);
+        const ExitCheck check = checkExit(child.pid);
         if (check == ExitCheck::running) return;
         lost = check == ExitCheck::lost;
-        exited = true;
-        drainEnd = std::min(deadline, now + std::chrono::duration_cast<Steady::duration>(drainPeriod));
+        plan.exited(now);
         exitFd.reset();
     };
-
     int tickMs = firstExitCheckMs;
     for (;;) {
         const auto now = Steady::now();
-
-        if (!termSent && !exited && now >= deadline) {
-            noteExit(now);  // it may have ended just in time, with the news not yet read
-            if (!exited) {
-                result.timedOut = true;
-                stopGroup(now);
-            }
-        }
-        if (!termSent && exited && anyOpen() && now >= drainEnd) stopGroup(now);
-        if (termSent && !killSent && (now >= killAt || (exited && !anyOpen()))) {
-            // Whatever ignored SIGTERM, or never held the pipe, goes now.
-            killGroup();
-        }
-        if (killSent) break;
-        if (exited && !anyOpen()) break;
-
-        Steady::time_point wake = Steady::time_point::max();
-        if (!termSent) wake = exited ? drainEnd : deadline;
-        else wake = killAt;
-        int timeout = wake == Steady::time_point::max() ? -1 : millisecondsUntil(wake, now);
-        const bool tick = !exited && !exitFd;
-        if (tick) {
-            if (timeout < 0 || timeout > tickMs) timeout = tickMs;
-            tickMs = std::min(tickMs * 2, exitCheckMs);
-        }
-
-        pollfd fds[3];
-        int count = 0;
-        int readerAt[2] = {-1, -1};
-        for (int i = 0; i < 2; ++i) {
-            if (!readers[i].open()) continue;
-            readerAt[i] = count;
-            fds[count++] = pollfd{readers[i].fd.get(), POLLIN, 0};
-        }
-        int exitAt = -1;
-        if (!exited && exitFd) {
-            exitAt = count;
-            fds[count++] = pollfd{exitFd.get(), POLLIN, 0};
-        }
-
-        const int ready = ::poll(fds, static_cast<nfds_t>(count), timeout);
-        if (ready < 0) {
-            if (errno == EINTR) continue;
-            // Can't wait any more; don't leave the tool behind.
-            killGroup();
+        if (plan.dueForLastLook(now)) noteExit(now);
+        const auto action = plan.decide(now, anyOpen());
+        if (action == StopPlan::Action::terminate) ::kill(-child.pid, SIGTERM);
+        if (action == StopPlan::Action::kill) ::kill(-child.pid, SIGKILL);
+        if (action == StopPlan::Action::kill || action == StopPlan::Action::finish) break;
+        const bool ticking = !plan.hasExited() && !exitFd;
+        const int timeout = nextTimeout(plan, now, ticking, tickMs);
+        const Woke woke = waitOnce(readers, plan.hasExited() ? -1 : exitFd.get(), timeout);
+        if (woke == Woke::interrupted) continue;
+        if (woke == Woke::failed) {
+            ::kill(-child.pid, SIGKILL);  // can't wait any more; don't leave the tool behind
             break;
         }
-        for (int i = 0; i < 2; ++i) {
-            if (readerAt[i] >= 0 && fds[readerAt[i]].revents != 0) readers[i].drain(readsPerWake);
-        }
-        if (!exited && (tick || (exitAt >= 0 && fds[exitAt].revents != 0))) {
-            noteExit(Steady::now());
-        }
+        if (!plan.hasExited() && (ticking || woke == Woke::exitSignalled)) noteExit(Steady::now());
     }
+    result.timedOut = plan.timedOut();
+    return !lost;
+}
 
+}  // namespace
+
+ShellResult Shell::run(const std::string& program, const std::vector<std::string>& args,
+                       const ShellOptions& options) {
+    ShellResult result;
+    auto command = prepare(program, args, options);
+    if (!command) return result;
+    auto child = spawn(*command, options);
+    if (!child) return result;
+    result.started = true;
+
+    Reader readers[2];
+    readers[0] = Reader{std::move(child->out), &result.output, options.maxOutput};
+    readers[1] = Reader{std::move(child->err), &result.errorOutput, options.maxOutput};
+    const bool known = watch(*child, readers, options, result);
     // What is already in the pipes is the tool's output too.
     for (auto& r : readers) {
         if (r.open()) r.drain(readsPerWake);
         r.fd.reset();
     }
     result.truncated = readers[0].overflowed || readers[1].overflowed;
-    if (!lost) result.status = reap(pid);
+    // Reaped only now, after the last signal to its group: until then the zombie keeps its pid.
+    if (known) result.status = reap(child->pid);
     return result;
 }
 
