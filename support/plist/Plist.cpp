@@ -20,6 +20,81 @@ struct Freer {
 };
 using Node = std::unique_ptr<void, Freer>;
 
+std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep);
+
+// The plain values: a Boolean, a number, a string, a date, data.
+std::optional<Value> fromScalar(plist_t node, plist_type type) {
+    const auto& lib = library();
+    switch (type) {
+        case PLIST_BOOLEAN: {
+            uint8_t b = 0;
+            lib.plist_get_bool_val(node, &b);
+            return Value(b != 0);
+        }
+        case PLIST_UINT: {
+            uint64_t u = 0;
+            lib.plist_get_uint_val(node, &u);
+            return Value(static_cast<std::int64_t>(u));
+        }
+        case PLIST_REAL: {
+            double d = 0;
+            lib.plist_get_real_val(node, &d);
+            return Value(d);
+        }
+        case PLIST_STRING: {
+            char* s = nullptr;
+            lib.plist_get_string_val(node, &s);
+            std::string out = s ? s : "";
+            std::free(s);
+            return Value(std::move(out));
+        }
+        case PLIST_DATE: {
+            int32_t sec = 0, usec = 0;
+            lib.plist_get_date_val(node, &sec, &usec);
+            return Value(Date{kEpoch2001 + sec + usec / 1e6});
+        }
+        case PLIST_DATA: {
+            char* d = nullptr;
+            uint64_t len = 0;
+            lib.plist_get_data_val(node, &d, &len);
+            Value::Data data(reinterpret_cast<uint8_t*>(d), reinterpret_cast<uint8_t*>(d) + (d ? len : 0));
+            std::free(d);
+            return Value(std::move(data));
+        }
+        default: return std::nullopt;
+    }
+}
+
+Value fromArray(plist_t node, int depth, bool& tooDeep) {
+    Value::Array a;
+    const uint32_t n = library().plist_array_get_size(node);
+    for (uint32_t i = 0; i < n; ++i) {
+        auto item = fromNode(library().plist_array_get_item(node, i), depth + 1, tooDeep);
+        if (item) a.push_back(std::move(*item));
+    }
+    return Value(std::move(a));
+}
+
+Value fromDict(plist_t node, int depth, bool& tooDeep) {
+    Value::Dict d;
+    plist_dict_iter it = nullptr;
+    library().plist_dict_new_iter(node, &it);
+    for (;;) {
+        char* key = nullptr;
+        plist_t val = nullptr;
+        library().plist_dict_next_item(node, it, &key, &val);
+        if (!val) {
+            std::free(key);
+            break;
+        }
+        auto item = fromNode(val, depth + 1, tooDeep);
+        if (item && key) d.emplace_back(key, std::move(*item));
+        std::free(key);
+    }
+    std::free(it);
+    return Value(std::move(d));
+}
+
 // depth counts the containers around node; a container deeper than nesting::maxDepth sets tooDeep,
 // which fails the whole parse rather than dropping the part quietly.
 std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
@@ -29,73 +104,9 @@ std::optional<Value> fromNode(plist_t node, int depth, bool& tooDeep) {
         tooDeep = true;
         return std::nullopt;
     }
-    switch (type) {
-        case PLIST_BOOLEAN: {
-            uint8_t b = 0;
-            library().plist_get_bool_val(node, &b);
-            return Value(b != 0);
-        }
-        case PLIST_UINT: {
-            uint64_t u = 0;
-            library().plist_get_uint_val(node, &u);
-            return Value(static_cast<std::int64_t>(u));
-        }
-        case PLIST_REAL: {
-            double d = 0;
-            library().plist_get_real_val(node, &d);
-            return Value(d);
-        }
-        case PLIST_STRING: {
-            char* s = nullptr;
-            library().plist_get_string_val(node, &s);
-            std::string out = s ? s : "";
-            std::free(s);
-            return Value(std::move(out));
-        }
-        case PLIST_DATE: {
-            int32_t sec = 0, usec = 0;
-            library().plist_get_date_val(node, &sec, &usec);
-            return Value(Date{kEpoch2001 + sec + usec / 1e6});
-        }
-        case PLIST_DATA: {
-            char* d = nullptr;
-            uint64_t len = 0;
-            library().plist_get_data_val(node, &d, &len);
-            Value::Data data(reinterpret_cast<uint8_t*>(d), reinterpret_cast<uint8_t*>(d) + (d ? len : 0));
-            std::free(d);
-            return Value(std::move(data));
-        }
-        case PLIST_ARRAY: {
-            Value::Array a;
-            const uint32_t n = library().plist_array_get_size(node);
-            for (uint32_t i = 0; i < n; ++i) {
-                auto item = fromNode(library().plist_array_get_item(node, i), depth + 1, tooDeep);
-                if (item) a.push_back(std::move(*item));
-            }
-            return Value(std::move(a));
-        }
-        case PLIST_DICT: {
-            Value::Dict d;
-            plist_dict_iter it = nullptr;
-            library().plist_dict_new_iter(node, &it);
-            for (;;) {
-                char* key = nullptr;
-                plist_t val = nullptr;
-                library().plist_dict_next_item(node, it, &key, &val);
-                if (!val) {
-                    std::free(key);
-                    break;
-                }
-                auto item = fromNode(val, depth + 1, tooDeep);
-                if (item && key) d.emplace_back(key, std::move(*item));
-                std::free(key);
-            }
-            std::free(it);
-            return Value(std::move(d));
-        }
-        default:
-            return std::nullopt;
-    }
+    if (type == PLIST_ARRAY) return fromArray(node, depth, tooDeep);
+    if (type == PLIST_DICT) return fromDict(node, depth, tooDeep);
+    return fromScalar(node, type);
 }
 
 plist_t toNode(const Value& v) {
