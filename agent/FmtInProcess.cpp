@@ -6,11 +6,11 @@
 #include <fmt/core.h>
 
 #if defined(__has_feature)
-#if __has_feature(address_sanitizer)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
 #define BRIMSTELL_AGENT_SANITIZED 1
 #endif
 #endif
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define BRIMSTELL_AGENT_SANITIZED 1
 #endif
 

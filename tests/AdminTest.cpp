@@ -379,21 +379,17 @@ TEST(Admin, AHelperThatNeverAnswersIsGivenUpAfterTwoHandshakes) {
     EXPECT_EQ(bench.logLines(), Strings{"helper status: 1"});
 }
 
-TEST(Admin, ACallWithATimeoutReturnsWhenTheTransportHangs) {
-    AdminBench bench;
-    std::promise<void> release;
-    bench.recorder().answer = [released = release.get_future().share()](const Call&) -> std::optional<std::string> {
-        released.wait();
-        return "late";
-    };
+TEST(Admin, ACallWithATimeoutReturnsWhenTheHelperHangs) {
+    TempDir dir;
+    FakeHelper helper(dir / "h.sock", std::nullopt);  // takes the connection, never answers
+    ASSERT_TRUE(helper.listening());
+    AdminBench bench(std::make_shared<brimstell::SocketHelperTransport>(dir / "h.sock"));
     quorv::HostScope scope(bench.host);
     const auto began = Clock::now();
     EXPECT_EQ(Admin::callHelper("version", "", {}, 0.3), std::nullopt);
     const double took = secondsSince(began);
     EXPECT_GE(took, 0.29);
-    EXPECT_LT(took, 2.0);
-    release.set_value();
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));  // let the late reply find Once spent
+    EXPECT_LT(took, 5.0);
 }
 
 TEST(Admin, JunkRepliesBecomeTheThreeCategories) {

@@ -241,27 +241,14 @@ std::optional<std::string> Admin::callHelper(const std::string& op, const std::s
                                              const std::vector<std::string>& list, std::optional<double> timeout) {
     std::shared_ptr<HelperTransport> transport = currentTransport();
     if (!transport) return std::nullopt;
-    auto send = [transport, op, arg, list, timeout]() -> std::optional<std::string> {
-        try {
-            return transport->call(op, arg, list, timeout);
-        } catch (...) {
-            return std::nullopt;
-        }
-    };
-    if (!timeout) return send();
-
-    // The reply and the timeout race; a transport that overstays its own time limit is left to
-    // finish on its thread, and what it brings is dropped.
-    auto promise = std::make_shared<std::promise<std::optional<std::string>>>();
-    auto reply = promise->get_future();
-    auto once = std::make_shared<Once>([promise](std::optional<std::string> value) { promise->set_value(std::move(value)); });
-    std::thread([send, once, host = quorv::currentHost()] {
-        quorv::HostScope scope(host);
-        once->resume(send());
-    }).detach();
-    const double seconds = *timeout < 0 ? 0 : *timeout;
-    if (reply.wait_for(std::chrono::duration<double>(seconds)) != std::future_status::ready) once->resume(std::nullopt);
-    return reply.get();
+    // Every transport keeps to the time limit itself (the socket and XPC ones stop waiting; the
+    // in-process one runs our own code to its end, which no one else can hold up). Racing it here
+    // would need a thread per call, and leave work going on after its caller gave up.
+    try {
+        return transport->call(op, arg, list, timeout);
+    } catch (...) {
+        return std::nullopt;
+    }
 }
 
 bool Admin::refresh() { return statusOf(quorv::host().helperService.get()) == ServiceStatus::enabled; }

@@ -12,13 +12,14 @@
 #include <limits>
 #include <mutex>
 #include <system_error>
-#include <thread>
+#include <future>
 #include <unordered_set>
 
 #include "kit/files/FileEvents.hpp"
 #include "kit/files/History.hpp"
 #include "kit/files/MoverGuard.hpp"
 #include "kit/files/SizeWalker.hpp"
+#include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/Compat.hpp"
@@ -218,29 +219,25 @@ HistoryEntry announced(const std::string& path, std::int64_t bytes, const std::s
     return e;
 }
 
-// Runs each(0) … each(count - 1) on a few threads; each takes the next index until none is left.
-// Moves are mostly renames, and a size to measure runs its own parallel walk.
+// Runs each(0) … each(count - 1) on this thread and up to three of the pool's workers; each
+// takes the next index until none is left. Moves are mostly renames, and a size to measure runs
+// its own parallel walk. On a worker already, everything runs here.
 void forEachConcurrently(std::size_t count, const std::function<void(std::size_t)>& each) {
     std::atomic<std::size_t> next{0};
     auto work = [&] {
         for (std::size_t k = next++; k < count; k = next++) each(k);
     };
-    std::vector<std::thread> threads;
-    if (count > 1) {
-        const auto h = quorv::currentHost();
-        for (std::size_t t = 0; t < std::min<std::size_t>(count, 4); ++t) {
-            try {
-                threads.emplace_back([&work, h] {
-                    quorv::HostScope scope(h);
-                    work();
-                });
-            } catch (const std::system_error&) {
-                break;  // no more threads to be had: the others (and this one) do the rest
-            }
-        }
+    std::vector<std::future<void>> helpers;
+    if (count > 1 && !quorv::Background::onWorker()) {
+        for (std::size_t t = 1; t < std::min<std::size_t>(count, 4); ++t) helpers.push_back(quorv::Background::run(work));
     }
-    work();
-    for (auto& t : threads) t.join();
+    try {
+        work();
+    } catch (...) {
+        for (auto& h : helpers) h.wait();  // they use this frame: it must outlive them
+        throw;
+    }
+    for (auto& h : helpers) h.get();
 }
 
 // The values of (input index, value) pairs, in the order of the input.

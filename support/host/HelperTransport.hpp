@@ -18,7 +18,8 @@ public:
     // Sends one request and waits for its reply. op "version" sends the version message (arg and
     // list are then ignored); anything else is a run request. nullopt when no reply came: the
     // helper isn't there, refused the caller, dropped the connection, or timeout seconds passed.
-    // timeout nullopt waits as long as the helper takes. Safe to call from several threads.
+    // timeout nullopt waits as long as the helper takes; a transport keeps to timeout itself
+    // (nobody races it on another thread). Safe to call from several threads.
     virtual std::optional<std::string> call(const std::string& op, const std::string& arg,
                                             const std::vector<std::string>& list, std::optional<double> timeout) = 0;
 
