@@ -80,9 +80,10 @@ ServiceStatus statusOf(quorv::ServiceRegistrar* registrar) {
     }
 }
 
-std::optional<std::string> handshake() {
-    return Admin::callHelper("version", "", {}, Admin::handshakeTimeout);
-}
+std::mutex timingMutex;
+Admin::Timing timingInUse;
+
+std::optional<std::string> handshake() { return Admin::callHelper("version", "", {}, Admin::timing().handshake); }
 
 // Registration and handshake: the one start attempt.
 bool launch() {
@@ -110,7 +111,7 @@ bool launch() {
     std::optional<std::string> reply = handshake();
     if (!reply) {
         if (auto transport = currentTransport()) transport->invalidate();
-        std::this_thread::sleep_for(std::chrono::duration<double>(Admin::retryDelay));
+        std::this_thread::sleep_for(std::chrono::duration<double>(Admin::timing().retry));
         reply = handshake();
     }
     if (!reply) return false;
@@ -249,6 +250,16 @@ std::optional<std::string> Admin::callHelper(const std::string& op, const std::s
     } catch (...) {
         return std::nullopt;
     }
+}
+
+Admin::Timing Admin::timing() {
+    std::lock_guard lock(timingMutex);
+    return timingInUse;
+}
+
+void Admin::setTiming(Timing t) {
+    std::lock_guard lock(timingMutex);
+    timingInUse = t;
 }
 
 bool Admin::refresh() { return statusOf(quorv::host().helperService.get()) == ServiceStatus::enabled; }

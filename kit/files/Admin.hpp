@@ -45,6 +45,13 @@ struct Admin {
     // The version handshake's wait, and the pause before its one retry.
     static constexpr double handshakeTimeout = 5;
     static constexpr double retryDelay = 0.5;
+    // The ones in use: the above unless set otherwise (tests shorten them).
+    struct Timing {
+        double handshake = handshakeTimeout;
+        double retry = retryDelay;
+    };
+    static Timing timing();
+    static void setTiming(Timing t);
 
     // Resumes a waiting continuation exactly once: the reply, the error and the timeout of one call
     // race to resume it, the first one wins and the others do nothing.
