@@ -6,10 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#ifdef __linux__
-#include <sys/syscall.h>
-#include <sys/sysmacros.h>
-#endif
 
 #include <algorithm>
 #include <array>
@@ -23,6 +19,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/UniqueFd.hpp"
 #include "support/posix/LinkSafe.hpp"
 
@@ -62,24 +59,19 @@
 namespace brimstell {
 namespace {
 
-#ifndef AT_NO_AUTOMOUNT
-#define AT_NO_AUTOMOUNT 0
-#endif
-
 constexpr int kOpenFolder = quorv::LinkSafe::folderFlags;
 
 // Opens a folder to read without marking it used: measuring a folder must not make it look
 // recently opened to the rules that clean what nobody touched. The kernel allows that only to the
 // owner (or root); for anyone else's folder the plain open is the only one there is.
 int openToRead(int at, const char* name) {
-#ifdef O_NOATIME
-    const int fd = ::openat(at, name, kOpenFolder | O_NOATIME);
-    if (fd >= 0 || errno != EPERM) return fd;
-#endif
+    if constexpr (quorv::compat::noAccessTime != 0) {
+        const int fd = ::openat(at, name, kOpenFolder | quorv::compat::noAccessTime);
+        if (fd >= 0 || errno != EPERM) return fd;
+    }
     return ::openat(at, name, kOpenFolder);
 }
 
-constexpr int kStatFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 constexpr std::size_t kListBuffer = 64 * 1024;
 
 struct Id {
@@ -108,37 +100,16 @@ struct Info {
     bool hasMount = false;
 };
 
-#ifdef __linux__
-std::atomic<bool> noStatx{false};
-#endif
-
 // The entry name in folder dirFd (AT_FDCWD: a path), a final link not followed, no automount set off.
 bool look(int dirFd, const char* name, Info& out) {
-#ifdef __linux__
-    if (!noStatx.load(std::memory_order_relaxed)) {
-        struct statx sx{};
-        const unsigned mask = STATX_TYPE | STATX_NLINK | STATX_INO | STATX_BLOCKS | STATX_SIZE | STATX_MNT_ID;
-        if (::statx(dirFd, name, kStatFlags | AT_STATX_DONT_SYNC, mask, &sx) == 0) {
-            out.id = {makedev(sx.stx_dev_major, sx.stx_dev_minor), static_cast<ino_t>(sx.stx_ino)};
-            out.mode = sx.stx_mode;
-            out.links = sx.stx_nlink;
-            out.bytes = (sx.stx_mask & STATX_BLOCKS) ? static_cast<std::int64_t>(sx.stx_blocks) * 512
-                                                      : static_cast<std::int64_t>(sx.stx_size);
-            out.hasMount = (sx.stx_mask & STATX_MNT_ID) != 0;
-            out.mount = sx.stx_mnt_id;
-            return true;
-        }
-        if (errno != ENOSYS) return false;
-        noStatx.store(true, std::memory_order_relaxed);  // an old kernel, or a filter that forbids it
-    }
-#endif
-    struct stat st{};
-    if (::fstatat(dirFd, name, &st, kStatFlags) != 0) return false;
-    out.id = idOf(st);
-    out.mode = st.st_mode;
-    out.links = st.st_nlink;
-    out.bytes = static_cast<std::int64_t>(st.st_blocks) * 512;
-    out.hasMount = false;
+    quorv::compat::EntryFacts facts;
+    if (!quorv::compat::entryFactsAt(dirFd, name, facts)) return false;
+    out.id = {facts.device, facts.inode};
+    out.mode = facts.mode;
+    out.links = facts.links;
+    out.bytes = facts.bytes;
+    out.mount = facts.mount;
+    out.hasMount = facts.hasMount;
     return true;
 }
 
@@ -516,45 +487,10 @@ void Walk::read(Item item, std::vector<Item>& found, std::vector<char>& buffer) 
         return;
     }
     std::vector<std::pair<std::string, Id>> subfolders;
-#ifdef __linux__
-    for (;;) {
-        const long n = ::syscall(SYS_getdents64, fd.get(), buffer.data(), buffer.size());
-        if (n == 0) break;
-        if (n < 0) {
-            if (errno != ENOENT) local.unreadable += 1;  // ENOENT: removed while being read
-            break;
-        }
-        // struct linux_dirent64: u64 ino, s64 off, u16 reclen, u8 type, char name[].
-        for (long at = 0; at < n;) {
-            const char* rec = buffer.data() + at;
-            unsigned short reclen = 0;
-            std::memcpy(&reclen, rec + 16, sizeof reclen);
-            if (reclen == 0) break;
-            at += reclen;
-            const char* name = rec + 19;
-            if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
-            countEntry(fd.get(), name, *node, top, local, subfolders);
-        }
-    }
-#else
-    {
-        // Elsewhere the portable listing, on a descriptor of its own so ours stays usable.
-        DIR* dir = ::fdopendir(::dup(fd.get()));
-        if (!dir) {
-            local.unreadable += 1;
-        } else {
-            errno = 0;
-            while (const dirent* e = ::readdir(dir)) {
-                const char* name = e->d_name;
-                if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0))) continue;
-                countEntry(fd.get(), name, *node, top, local, subfolders);
-                errno = 0;
-            }
-            if (errno != 0 && errno != ENOENT) local.unreadable += 1;
-            ::closedir(dir);
-        }
-    }
-#endif
+    const bool whole = quorv::compat::listNames(fd.get(), buffer, [&](const char* name) {
+        countEntry(fd.get(), name, *node, top, local, subfolders);
+    });
+    if (!whole) local.unreadable += 1;
     totals_[root].add(local);
     if (subfolders.empty()) return;
 

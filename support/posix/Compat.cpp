@@ -1,11 +1,14 @@
 #include "support/posix/Compat.hpp"
 
+#include <dirent.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -17,6 +20,7 @@
 #include <sys/ucred.h>
 #else
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #endif
 
 namespace quorv::compat {
@@ -129,6 +133,86 @@ std::optional<std::int64_t> allocatedBytesAt(int dirFd, const char* name) {
     struct stat st{};
     if (::fstatat(dirFd, name, &st, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
     return static_cast<std::int64_t>(st.st_blocks) * 512;
+}
+
+#ifdef __linux__
+namespace {
+std::atomic<bool> noStatx{false};
+}
+#endif
+
+bool entryFactsAt(int dirFd, const char* name, EntryFacts& out) {
+#ifndef AT_NO_AUTOMOUNT
+    constexpr int flags = AT_SYMLINK_NOFOLLOW;
+#else
+    constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+#endif
+#ifdef __linux__
+    if (!noStatx.load(std::memory_order_relaxed)) {
+        struct statx sx{};
+        const unsigned mask = STATX_TYPE | STATX_NLINK | STATX_INO | STATX_BLOCKS | STATX_SIZE | STATX_MNT_ID;
+        if (::statx(dirFd, name, flags | AT_STATX_DONT_SYNC, mask, &sx) == 0) {
+            out.device = makedev(sx.stx_dev_major, sx.stx_dev_minor);
+            out.inode = static_cast<ino_t>(sx.stx_ino);
+            out.mode = sx.stx_mode;
+            out.links = sx.stx_nlink;
+            out.bytes = (sx.stx_mask & STATX_BLOCKS) ? static_cast<std::int64_t>(sx.stx_blocks) * 512
+                                                      : static_cast<std::int64_t>(sx.stx_size);
+            out.hasMount = (sx.stx_mask & STATX_MNT_ID) != 0;
+            out.mount = sx.stx_mnt_id;
+            return true;
+        }
+        if (errno != ENOSYS) return false;
+        noStatx.store(true, std::memory_order_relaxed);  // an old kernel, or a filter that forbids it
+    }
+#endif
+    struct stat st{};
+    if (::fstatat(dirFd, name, &st, flags) != 0) return false;
+    out.device = st.st_dev;
+    out.inode = st.st_ino;
+    out.mode = st.st_mode;
+    out.links = st.st_nlink;
+    out.bytes = static_cast<std::int64_t>(st.st_blocks) * 512;
+    out.hasMount = false;
+    return true;
+}
+
+namespace {
+bool isDotOrDotDot(const char* name) { return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)); }
+}  // namespace
+
+bool listNames(int fd, std::vector<char>& buffer, void (*each)(const char* name, void* context), void* context) {
+#ifdef __linux__
+    // The kernel's own records, read straight into buffer: no DIR stream, no second descriptor.
+    for (;;) {
+        const long n = ::syscall(SYS_getdents64, fd, buffer.data(), buffer.size());
+        if (n == 0) return true;
+        if (n < 0) return errno == ENOENT;  // ENOENT: removed while being read
+        // struct linux_dirent64: u64 ino, s64 off, u16 reclen, u8 type, char name[].
+        for (long at = 0; at < n;) {
+            const char* rec = buffer.data() + at;
+            unsigned short reclen = 0;
+            std::memcpy(&reclen, rec + 16, sizeof reclen);
+            if (reclen == 0) break;
+            at += reclen;
+            const char* name = rec + 19;
+            if (!isDotOrDotDot(name)) each(name, context);
+        }
+    }
+#else
+    (void)buffer;
+    // The portable listing, on a descriptor of its own so the caller's stays usable.
+    DIR* dir = ::fdopendir(::dup(fd));
+    if (!dir) return false;
+    errno = 0;
+    while (const dirent* e = ::readdir(dir)) {
+        if (!isDotOrDotDot(e->d_name)) each(e->d_name, context);
+        errno = 0;
+    }
+    const bool whole = errno == 0 || errno == ENOENT;
+    ::closedir(dir);
+    return whole;
+#endif
 }
 
 std::optional<Peer> peerOf(int socketFd) {

@@ -13,6 +13,8 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 namespace quorv::compat {
 
@@ -61,6 +63,32 @@ std::optional<FileIdentity> identityAt(int dirFd, const char* name);
 // The bytes an entry takes on disk (its blocks), or its length where the file system reports no
 // blocks at all; a final link is not followed. nullopt when it can't be looked at.
 std::optional<std::int64_t> allocatedBytesAt(int dirFd, const char* name);
+
+// What a walk that measures needs of one entry: the entry name in dirFd (AT_FDCWD: a path), a
+// final link not followed, no automount set off, and nothing asked of a network server that it
+// would have to fetch. hasMount tells whether mount identifies the mount it lies on.
+struct EntryFacts {
+    dev_t device = 0;
+    ino_t inode = 0;
+    mode_t mode = 0;
+    nlink_t links = 0;
+    std::int64_t bytes = 0;   // allocated; the logical length where no blocks are reported
+    std::uint64_t mount = 0;
+    bool hasMount = false;
+};
+bool entryFactsAt(int dirFd, const char* name, EntryFacts& out);
+
+// Lists the folder open at fd a batch at a time through buffer (a few tens of KB), calling
+// each(name) for every entry but "." and "..". The descriptor stays usable for *at calls. False
+// when the listing failed part-way for another reason than the folder being removed.
+bool listNames(int fd, std::vector<char>& buffer, void (*each)(const char* name, void* context), void* context);
+
+// The same with any callable.
+template <class Each>
+bool listNames(int fd, std::vector<char>& buffer, Each&& each) {
+    return listNames(fd, buffer, [](const char* name, void* c) { (*static_cast<std::remove_reference_t<Each>*>(c))(name); },
+                     &each);
+}
 
 // The process, user and group at the other end of a connected local socket.
 struct Peer {
