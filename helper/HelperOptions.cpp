@@ -39,6 +39,46 @@ bool absoluteFolder(const std::string& path) {
 
 }  // namespace
 
+namespace {
+
+// Takes the value of one option that has one; the sentence of what is wrong with it, or "".
+std::string takeValue(std::string_view option, const std::string& value, HelperOptions& options,
+                      std::optional<HelperRules>& rules) {
+    if (option == "--socket") {
+        if (value.empty() || value[0] != '/') return "--socket needs an absolute path";
+        options.socketPath = value;
+        options.socketGiven = true;
+    } else if (option == "--root") {
+        if (!absoluteFolder(value)) return "--root needs the absolute path of a folder";
+        options.root = value;
+    } else if (option == "--rules") {
+        if (value != "mac" && value != "linux") return "--rules needs mac or linux";
+        rules = value == "mac" ? HelperRules::mac : HelperRules::linux;
+    } else if (option == "--trust-uid") {
+        char* end = nullptr;
+        errno = 0;
+        const unsigned long uid = std::strtoul(value.c_str(), &end, 10);
+        if (value.empty() || value[0] < '0' || value[0] > '9' || errno != 0 || *end != '\0' || uid > UINT_MAX - 1) {
+            return "--trust-uid needs a user id";
+        }
+        options.trustUids.insert(static_cast<uid_t>(uid));
+    } else {
+        char resolved[PATH_MAX];
+        if (!absoluteFolder(value) || ::realpath(value.c_str(), resolved) == nullptr) {
+            return "--trust-exe-dir needs the absolute path of a folder";
+        }
+        options.trustExeDirs.emplace_back(resolved);
+    }
+    return {};
+}
+
+bool takesValue(std::string_view option) {
+    return option == "--socket" || option == "--root" || option == "--rules" || option == "--trust-uid" ||
+           option == "--trust-exe-dir";
+}
+
+}  // namespace
+
 std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& message, int& exitCode) {
     HelperOptions options;
     std::optional<HelperRules> rules;
@@ -49,13 +89,9 @@ std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& me
     };
     for (int i = 1; i < argc; ++i) {
         const std::string_view option = argv[i];
-        if (option == "--help" || option == "-h") {
-            message = usage;
-            exitCode = 0;
-            return std::nullopt;
-        }
-        if (option == "--version") {
-            message = fmt::format("brimstell-helper, protocol version {}\n", HelperInfo::version);
+        if (option == "--help" || option == "-h" || option == "--version") {
+            message = option == "--version" ? fmt::format("brimstell-helper, protocol version {}\n", HelperInfo::version)
+                                            : std::string(usage);
             exitCode = 0;
             return std::nullopt;
         }
@@ -63,36 +99,9 @@ std::optional<HelperOptions> parseOptions(int argc, char** argv, std::string& me
             options.logToStderr = true;
             continue;
         }
-        const bool takesValue = option == "--socket" || option == "--root" || option == "--rules" ||
-                                option == "--trust-uid" || option == "--trust-exe-dir";
-        if (!takesValue) return fail(fmt::format("unknown option {}", option));
+        if (!takesValue(option)) return fail(fmt::format("unknown option {}", option));
         if (i + 1 >= argc) return fail(fmt::format("{} needs a value", option));
-        const std::string value = argv[++i];
-        if (option == "--socket") {
-            if (value.empty() || value[0] != '/') return fail("--socket needs an absolute path");
-            options.socketPath = value;
-            options.socketGiven = true;
-        } else if (option == "--root") {
-            if (!absoluteFolder(value)) return fail("--root needs the absolute path of a folder");
-            options.root = value;
-        } else if (option == "--rules") {
-            if (value != "mac" && value != "linux") return fail("--rules needs mac or linux");
-            rules = value == "mac" ? HelperRules::mac : HelperRules::linux;
-        } else if (option == "--trust-uid") {
-            char* end = nullptr;
-            errno = 0;
-            const unsigned long uid = std::strtoul(value.c_str(), &end, 10);
-            if (value.empty() || value[0] < '0' || value[0] > '9' || errno != 0 || *end != '\0' || uid > UINT_MAX - 1) {
-                return fail("--trust-uid needs a user id");
-            }
-            options.trustUids.insert(static_cast<uid_t>(uid));
-        } else {
-            char resolved[PATH_MAX];
-            if (!absoluteFolder(value) || ::realpath(value.c_str(), resolved) == nullptr) {
-                return fail("--trust-exe-dir needs the absolute path of a folder");
-            }
-            options.trustExeDirs.emplace_back(resolved);
-        }
+        if (auto why = takeValue(option, argv[++i], options, rules); !why.empty()) return fail(why);
     }
     options.rules = rules.value_or(options.root == "/" ? HelperRules::linux : HelperRules::mac);
     if (options.rules == HelperRules::mac && options.root == "/") return fail("--rules mac needs --root");

@@ -44,6 +44,50 @@ std::string variable(const char* name) {
     return v ? v : "";
 }
 
+// Nothing inherited steers the helper or anything it runs: its host holds a fixed environment,
+// its root comes from its command line alone.
+void installFixedHost() {
+    const std::string path(brimstell::HelperDispatch::systemPath);
+    ::clearenv();
+    ::setenv("PATH", path.c_str(), 1);
+    ::setenv("LC_ALL", "C", 1);
+    auto host = std::make_shared<quorv::Host>();
+    host->uid = ::geteuid();
+    // The clock dates the .trashinfo files of the Linux Trash.
+    host->clock = [] {
+        using namespace std::chrono;
+        return duration<double>(system_clock::now().time_since_epoch()).count();
+    };
+    host->environment.emplace("PATH", path);
+    host->environment.emplace("LC_ALL", "C");
+    quorv::setProcessHost(host);
+}
+
+// The socket to serve: the one systemd passed, else our own at the configured path (whose file
+// is noted in socketFile, so that only that one is removed at the end).
+quorv::UniqueFd openListener(const brimstell::helperd::Activation& activation, const brimstell::helperd::HelperOptions& options,
+                             bool& ownSocket, struct stat& socketFile) {
+    quorv::UniqueFd listener = brimstell::helperd::activatedSocket(activation);
+    ownSocket = !listener;
+    if (!ownSocket) return listener;
+    std::string error;
+    listener = brimstell::helperd::listenAt(options.socketPath, !options.socketGiven, error);
+    if (!listener) {
+        ::syslog(LOG_ERR, "%s", error.c_str());
+        return listener;
+    }
+    ::lstat(options.socketPath.c_str(), &socketFile);
+    return listener;
+}
+
+// Our own socket goes with us, unless something else has taken its place meanwhile.
+void removeOwnSocket(const std::string& path, const struct stat& socketFile) {
+    struct stat now {};
+    if (::lstat(path.c_str(), &now) == 0 && now.st_ino == socketFile.st_ino && now.st_dev == socketFile.st_dev) {
+        ::unlink(path.c_str());
+    }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -58,24 +102,7 @@ int main(int argc, char** argv) {
         std::fputs(message.c_str(), exitCode == 0 ? stdout : stderr);
         return exitCode;
     }
-
-    // Nothing inherited steers the helper or anything it runs: its host holds a fixed environment,
-    // its root comes from its command line alone.
-    const std::string path(HelperDispatch::systemPath);
-    ::clearenv();
-    ::setenv("PATH", path.c_str(), 1);
-    ::setenv("LC_ALL", "C", 1);
-    auto host = std::make_shared<quorv::Host>();
-    host->uid = ::geteuid();
-    // The clock dates the .trashinfo files of the Linux Trash.
-    host->clock = [] {
-        using namespace std::chrono;
-        return duration<double>(system_clock::now().time_since_epoch()).count();
-    };
-    host->environment.emplace("PATH", path);
-    host->environment.emplace("LC_ALL", "C");
-    quorv::setProcessHost(host);
-
+    installFixedHost();
     installSignals();
     ::openlog("brimstell-helper", LOG_PID | (options->logToStderr ? LOG_PERROR : 0), LOG_DAEMON);
 
@@ -88,31 +115,17 @@ int main(int argc, char** argv) {
     if (const auto swept = dispatch->files().sweepStash(); swept > 0) {
         ::syslog(LOG_NOTICE, "moved %zu item(s) left by an unfinished restore out of the stash", swept);
     }
-    quorv::UniqueFd listener = helperd::activatedSocket(activation);
-    const bool ownSocket = !listener;
+    bool ownSocket = false;
     struct stat socketFile {};
-    if (ownSocket) {
-        std::string error;
-        listener = helperd::listenAt(options->socketPath, !options->socketGiven, error);
-        if (!listener) {
-            ::syslog(LOG_ERR, "%s", error.c_str());
-            return 1;
-        }
-        ::lstat(options->socketPath.c_str(), &socketFile);
-    }
+    quorv::UniqueFd listener = openListener(activation, *options, ownSocket, socketFile);
+    if (!listener) return 1;
     ::syslog(LOG_INFO, "serving on %s, root %s, %s rules",
              ownSocket ? options->socketPath.c_str() : "the socket systemd passed", options->root.c_str(),
              options->rules == HelperRules::mac ? "Mac" : "Linux");
 
     helperd::HelperServer server(std::move(listener), std::move(*dispatch), *options);
     server.run(stopRequested);
-
-    // Our own socket goes with us, unless something else has taken its place meanwhile.
-    struct stat now {};
-    if (ownSocket && ::lstat(options->socketPath.c_str(), &now) == 0 && now.st_ino == socketFile.st_ino &&
-        now.st_dev == socketFile.st_dev) {
-        ::unlink(options->socketPath.c_str());
-    }
+    if (ownSocket) removeOwnSocket(options->socketPath, socketFile);
     return 0;
 }
 
