@@ -35,11 +35,14 @@ Json entryJson(const std::string& key, const std::optional<quorv::Value>& v) {
     if (v) {
         j["type"] = v->typeName();
         j["value"] = toJson(*v);
+    } else if (const auto def = brimstell::defaultValue(key)) {
+        j["type"] = def->typeName();
+        j["value"] = toJson(*def);
+        j["isDefault"] = true;
     } else {
         const auto* known = brimstell::findSettingKey(key);
         j["type"] = known ? std::string(brimstell::typeName(known->type)) : std::string();
         j["value"] = nullptr;
-        if (known && !known->defaultText.empty()) j["default"] = std::string(known->defaultText);
     }
     return j;
 }
@@ -94,33 +97,31 @@ void addSettingsCommands(CLI::App& app, int& exitCode) {
     get->add_flag("--json", getJson, "Print as JSON");
     get->callback([&exitCode] {
         const auto v = quorv::settings().object(getKey);
+        const auto def = v ? std::nullopt : brimstell::defaultValue(getKey);
+        exitCode = v || def ? 0 : 1;
         if (getJson) {
             printJson(entryJson(getKey, v));
-            exitCode = v ? 0 : 1;
-            return;
+        } else if (v) {
+            fmt::print("{}\n", valueText(getKey, *v));
+        } else if (def) {
+            fmt::print("{} (default)\n", valueText(getKey, *def));
         }
-        if (!v) {
-            const auto* known = brimstell::findSettingKey(getKey);
-            if (known && !known->defaultText.empty()) {
-                fmt::print(stderr, "{} is not set (default: {})\n", getKey, known->defaultText);
-            } else {
-                fmt::print(stderr, "{} is not set\n", getKey);
-            }
-            exitCode = 1;
-            return;
+        if (!v && !def) {
+            error(brimstell::findSettingKey(getKey) ? getKey + " isn't set, and has no default." : getKey + " isn't set.");
         }
-        fmt::print("{}\n", valueText(getKey, *v));
     });
 
     static std::string setKey, setType;
     static std::vector<std::string> setWords;
-    static bool setJson = false;
+    static bool setJson = false, setForce = false;
     auto* set = settingsCmd->add_subcommand("set", "Store a setting with its type");
     set->add_option("KEY", setKey, "The key")->required();
     set->add_option("VALUE", setWords, "The value; several values make an array of strings");
     set->add_option("--type", setType, "boolean, integer, double, string, array or date (default: the key's own type)");
     set->add_flag("--json", setJson, "Print the stored value as JSON");
-    set->footer("Known keys keep their type: warnLowDiskGB is an integer, updatesLastCheck a date, and so on.");
+    set->add_flag("--force", setForce, "Store a key that isn't one of Brimstell's own");
+    set->footer("Brimstell's keys keep their type and range: warnLowDiskGB is an integer of 0 or more,\n"
+                "autoClean.frequency is daily, weekly or monthly, and so on. See `brimstell settings list --all`.");
     set->callback([&exitCode] {
         std::optional<brimstell::SettingType> asked;
         if (!setType.empty()) {
@@ -136,6 +137,11 @@ void addSettingsCommands(CLI::App& app, int& exitCode) {
         const auto value = parseValue(type, setWords, quorv::host().now(), problem);
         if (!value) {
             error(setKey + ": " + problem);
+            exitCode = 2;
+            return;
+        }
+        if (const auto refused = brimstell::settingProblem(setKey, *value, setForce)) {
+            error(*refused);
             exitCode = 2;
             return;
         }

@@ -1,8 +1,12 @@
 #pragma once
 // Every key of the shared settings domain, with its type and default.
 
+#include <optional>
 #include <span>
+#include <string>
 #include <string_view>
+
+#include "support/settings/Value.hpp"
 
 namespace brimstell {
 
@@ -38,16 +42,31 @@ inline constexpr const char* widgetLastFreed = "widget.lastFreed";
 
 enum class SettingType { boolean, integer, number, string, stringArray, date };
 
+// What a value may be beyond its type.
+enum class SettingRange {
+    any,
+    atLeastZero,  // days, gigabytes, bytes
+    frequency,    // one of the Auto Clean frequencies: "daily", "weekly", "monthly"
+};
+
 struct SettingKey {
     std::string_view key;
     SettingType type;
     std::string_view defaultText;  // as the settings page shows an unwritten key; "" = absent
     std::string_view meaning;
+    SettingRange range = SettingRange::any;
 };
 
 // The table of keys, in the order the settings page lists them.
 std::span<const SettingKey> settingKeys();
 const SettingKey* findSettingKey(std::string_view key);
 std::string_view typeName(SettingType type);
+
+// Why value can't be stored under key, as a sentence that starts with the key; nullopt when it
+// can. A key not in the table is refused unless ownKeys is set (a user's own key, any value).
+std::optional<std::string> settingProblem(std::string_view key, const quorv::Value& value, bool ownKeys);
+
+// The default of a key as a typed value; nullopt for a key without one (or not in the table).
+std::optional<quorv::Value> defaultValue(std::string_view key);
 
 }  // namespace brimstell
