@@ -21,6 +21,7 @@
 #include "kit/cleaning/CleanLock.hpp"
 #include "kit/files/Admin.hpp"
 #include "kit/files/FS.hpp"
+#include "kit/files/SizeReport.hpp"
 #include "kit/files/History.hpp"
 #include "kit/files/MoverGuard.hpp"
 #include "kit/files/TrashBin.hpp"
@@ -102,42 +103,56 @@ bool userCannotMove(const std::string& path) {
 
 // ---- size ----
 
+Json sizeJson(const brimstell::SizeReport& report) {
+    Json items = Json::array();
+    for (const auto& place : report.places) {
+        Json item = Json::object();
+        putPath(item, "path", place.path);
+        if (place.exists) {
+            item["bytes"] = place.size.bytes;
+            item["unreadableFolders"] = place.size.unreadable;
+        } else {
+            item["error"] = "No such file or folder.";
+        }
+        items.push_back(std::move(item));
+    }
+    return Json{{"items", std::move(items)}, {"totalBytes", report.total.bytes},
+                {"unreadableFolders", report.unreadable()}};
+}
+
+void printSizes(const brimstell::SizeReport& report, bool exactBytes) {
+    auto text = [exactBytes](std::int64_t n) { return exactBytes ? std::to_string(n) : quorv::formatSize(n); };
+    std::size_t width = text(report.total.bytes).size();
+    std::size_t shown = 0;
+    for (const auto& place : report.places) {
+        if (place.exists) width = std::max(width, text(place.size.bytes).size());
+        shown += place.exists ? 1 : 0;
+    }
+    for (const auto& place : report.places) {
+        if (place.exists) fmt::print("{:>{}}  {}\n", text(place.size.bytes), width, shownPath(place.path));
+    }
+    if (shown > 1) fmt::print("{:>{}}  total\n", text(report.total.bytes), width);
+}
+
 void runSize(const std::vector<std::string>& paths, bool json, bool exactBytes, int& exitCode) {
-    std::vector<std::int64_t> sizes;
-    std::vector<bool> missing;
+    brimstell::SizeReport report;
     {
         Spinner spinner("Measuring…");
-        for (const auto& p : paths) {
-            struct stat st{};
-            missing.push_back(::lstat(p.c_str(), &st) != 0);
-            sizes.push_back(brimstell::FS::size(p));
-        }
+        report = brimstell::measurePlaces(paths);
     }
-    std::int64_t total = 0;
-    for (auto s : sizes) total += s;
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        if (missing[i]) {
-            error(shownPath(paths[i]) + ": nothing is there");
-            exitCode = 1;
-        }
+    for (const auto& place : report.places) {
+        if (!place.exists) error(shownPath(place.path) + ": no such file or folder");
     }
+    if (report.unreadable() > 0) {
+        error(fmt::format("{} couldn't be read in full; the sizes leave out what they hold",
+                          report.unreadable() == 1 ? std::string("1 folder") : fmt::format("{} folders", report.unreadable())));
+    }
+    if (report.missing > 0 || report.unreadable() > 0) exitCode = 1;
     if (json) {
-        Json items = Json::array();
-        for (std::size_t i = 0; i < paths.size(); ++i) {
-            Json item = Json::object();
-            putPath(item, "path", paths[i]);
-            item["bytes"] = sizes[i];
-            item["size"] = quorv::formatSize(sizes[i]);
-            items.push_back(std::move(item));
-        }
-        printJson(Json{{"items", std::move(items)}, {"total", total}, {"totalSize", quorv::formatSize(total)}});
-        return;
+        printJson(sizeJson(report));
+    } else {
+        printSizes(report, exactBytes);
     }
-    auto text = [exactBytes](std::int64_t n) { return exactBytes ? std::to_string(n) : quorv::formatSize(n); };
-    std::size_t width = text(total).size();
-    for (auto s : sizes) width = std::max(width, text(s).size());
-    for (std::size_t i = 0; i < paths.size(); ++i) fmt::print("{:>{}}  {}\n", text(sizes[i]), width, shownPath(paths[i]));
-    if (paths.size() > 1) fmt::print("{:>{}}  total\n", text(total), width);
 }
 
 // ---- trash ----
