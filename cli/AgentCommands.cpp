@@ -62,15 +62,14 @@ void printStatus(bool json) {
     if (json) {
         Json j;
         j["backgroundChecks"] = brimstell::AgentService::isOn();
-        j["registration"] = brimstell::AgentService::statusText(status);
-        j["registrationStatus"] = static_cast<int>(status);
+        j["registration"] = stateWord(brimstell::AgentService::statusText(status));
         j["blockedInSettings"] = brimstell::AgentService::blockedInSettings();
         j["due"] = Json::array();
         for (auto job : due) j["due"].push_back(std::string(brimstell::jobName(job)));
         j["latched"] = latched;
-        j["autoCleanLastRun"] = lastAutoClean;
-        j["updatesLastCheck"] = lastUpdates ? Json(lastUpdates->since1970) : Json(nullptr);
-        j["junkMeasured"] = junkMeasured;
+        j["autoCleanLastRunAt"] = dateJson(lastAutoClean);
+        j["updatesLastCheckAt"] = lastUpdates ? dateJson(lastUpdates->since1970) : Json(nullptr);
+        j["junkMeasuredAt"] = dateJson(junkMeasured);
         printJson(j);
         return;
     }
@@ -96,9 +95,7 @@ void switchTo(bool on, bool json) {
     brimstell::AgentService::apply();
     const auto status = brimstell::AgentService::status();
     if (json) {
-        printJson({{"backgroundChecks", on},
-                   {"registration", brimstell::AgentService::statusText(status)},
-                   {"registrationStatus", static_cast<int>(status)}});
+        printJson({{"backgroundChecks", on}, {"registration", stateWord(brimstell::AgentService::statusText(status))}});
         return;
     }
     fmt::print("Background checks are {}. Agent registration: {}.\n", on ? "on" : "off",

@@ -40,9 +40,9 @@ void printStatus(bool json) {
         j["emptyTrashDays"] = s.emptyTrashDays;
         j["downloads"] = s.downloads;
         j["downloadsDays"] = s.downloadsDays;
-        j["lastRun"] = s.lastRun;
-        j["lastFreed"] = s.lastFreed;
-        j["nextRun"] = next ? Json(*next) : Json(nullptr);
+        j["lastRunAt"] = dateJson(s.lastRun);
+        j["lastFreedBytes"] = s.lastFreed;
+        j["nextRunAt"] = next ? dateJson(*next) : Json(nullptr);
         printJson(j);
         return;
     }
@@ -87,7 +87,7 @@ void printPreview(bool json) {
         p = autoClean.computePreview();
     }
     if (json) {
-        printJson(Json{{"junk", p.junk}, {"trash", p.trash}, {"downloads", p.downloads}, {"total", p.total()}});
+        printJson(Json{{"junkBytes", p.junk}, {"trashBytes", p.trash}, {"downloadsBytes", p.downloads}, {"totalBytes", p.total()}});
         return;
     }
     const auto s = AutoCleanRules::settingsFrom(quorv::settings());
@@ -110,7 +110,7 @@ void runNow(bool json, int& exitCode) {
         return;
     }
     if (json) {
-        printJson(Json{{"freed", *freed}, {"message", autoClean.message.value_or("")}});
+        printJson(Json{{"freedBytes", *freed}, {"message", autoClean.message.value_or("")}});
     } else {
         fmt::print("{}\n", autoClean.message.value_or(""));
         if (*freed > 0) fmt::print("Everything it moved is in History, ready to restore (brimstell history).\n");

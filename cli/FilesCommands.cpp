@@ -29,6 +29,7 @@
 #include "support/posix/Files.hpp"
 #include "support/text/JsonWriter.hpp"
 #include "support/text/SizeText.hpp"
+#include "support/text/Utf8.hpp"
 
 namespace cli {
 
@@ -241,16 +242,16 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
             Json item = Json::object();
             putPath(item, "path", line.path);
             item["moved"] = line.reason.empty();
-            if (!line.withFolder.empty()) putPath(item, "withFolder", line.withFolder);
+            if (!line.withFolder.empty()) putPath(item, "movedWithPath", line.withFolder);
             if (line.trashed) {
-                putPath(item, "trashed", *line.trashed);
-                item["size"] = line.size;
+                putPath(item, "trashPath", *line.trashed);
+                item["bytes"] = line.size;
             } else {
                 item["reason"] = line.reason;
             }
             items.push_back(std::move(item));
         }
-        printJson(Json{{"items", std::move(items)}, {"freed", freed}});
+        printJson(Json{{"items", std::move(items)}, {"freedBytes", freed}});
         return;
     }
     std::size_t movedCount = 0;
@@ -269,6 +270,22 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
 
 // ---- history ----
 
+// A path the way putPath writes it: readable, and exactly under key + "Base64" when not UTF-8.
+void writePath(quorv::JsonWriter& out, std::string_view key, const std::string& path) {
+    out.key(key).string(path);
+    if (!quorv::isValidUtf8(path)) out.key(std::string(key) + "Base64").string(quorv::base64Encode(path));
+}
+
+void writeEntry(quorv::JsonWriter& out, const brimstell::HistoryEntry& e) {
+    out.key("id").string(e.id);
+    writePath(out, "originalPath", e.original);
+    if (e.trashed) writePath(out, "trashPath", *e.trashed);
+    out.key("bytes").number(e.size).key("date").string(isoDate(e.date));
+    if (e.source) out.key("source").string(*e.source);
+    if (e.restoredTo) writePath(out, "restoredPath", *e.restoredTo);
+    if (e.root) out.key("root").boolean(*e.root);
+}
+
 // Written straight into one buffer: a history of 20,000 entries as a JSON tree costs many times
 // the time and memory of the text itself. The layout is printJson's.
 void printHistoryJson(const std::vector<brimstell::HistorySession>& sessions, brimstell::History& history) {
@@ -278,13 +295,13 @@ void printHistoryJson(const std::vector<brimstell::HistorySession>& sessions, br
     brimstell::History::TrashListings listings;
     out.beginArray();
     for (const auto& s : sessions) {
-        out.beginObject().key("session").string(s.id).key("date").number(s.date);
+        out.beginObject().key("session").string(s.id).key("date").string(isoDate(s.date));
         if (s.source) out.key("source").string(*s.source);
-        out.key("freed").number(s.freed).key("entries").beginArray();
+        out.key("freedBytes").number(s.freed).key("entries").beginArray();
         for (const auto& e : s.entries) {
             out.beginObject();
-            e.writeMembers(out);
-            out.key("status").string(brimstell::statusText(history.status(e, listings)));
+            writeEntry(out, e);
+            out.key("status").string(stateWord(brimstell::statusText(history.status(e, listings))));
             out.endObject();
         }
         out.endArray().endObject();
@@ -357,10 +374,10 @@ void runRestore(const std::vector<std::string>& ids, const std::string& session,
         for (std::size_t i = 0; i < chosen.size(); ++i) {
             Json j = Json::object();
             j["id"] = chosen[i].id;
-            putPath(j, "original", chosen[i].original);
+            putPath(j, "originalPath", chosen[i].original);
             j["restored"] = results[i].ok();
             if (results[i].ok()) {
-                putPath(j, "restoredTo", *results[i].restoredTo);
+                putPath(j, "restoredPath", *results[i].restoredTo);
             } else {
                 j["reason"] = results[i].reason;
                 j["message"] = results[i].message();
@@ -384,10 +401,10 @@ void runRestore(const std::vector<std::string>& ids, const std::string& session,
 
 Json binItemJson(const brimstell::TrashBinItem& item) {
     Json j = Json::object();
-    putPath(j, "location", item.location);
+    putPath(j, "path", item.location);
     if (item.originalPath) putPath(j, "originalPath", *item.originalPath);
-    if (item.dateAdded) j["dateAdded"] = *item.dateAdded;
-    j["size"] = item.size;
+    if (item.dateAdded) j["addedAt"] = dateJson(*item.dateAdded);
+    j["bytes"] = item.size;
     return j;
 }
 
@@ -435,7 +452,7 @@ void emptyTrashBin(int days, bool yes, bool json, int& exitCode) {
     for (const auto& item : old) size += item.size;
     if (old.empty()) {
         if (json) {
-            printJson(Json{{"deleted", Json::array()}, {"failed", Json::array()}, {"freed", 0}});
+            printJson(Json{{"deleted", Json::array()}, {"failed", Json::array()}, {"freedBytes", 0}});
         } else {
             fmt::print("Nothing in the Trash is older than {} days.\n", days);
         }
@@ -465,7 +482,7 @@ void emptyTrashBin(int days, bool yes, bool json, int& exitCode) {
         }
     }
     if (json) {
-        printJson(Json{{"deleted", std::move(deleted)}, {"failed", std::move(failed)}, {"freed", freed}});
+        printJson(Json{{"deleted", std::move(deleted)}, {"failed", std::move(failed)}, {"freedBytes", freed}});
     } else {
         fmt::print("Deleted {} for good, freed {}.\n", itemsText(gone.size()), quorv::formatSize(freed));
     }

@@ -43,22 +43,35 @@ std::string hint(quorv::ServiceStatus status) {
     }
 }
 
+// A sandbox without a helper socket runs the helper's work in this process, with the user's own
+// rights: there is no helper to answer, and saying "yes" would be untrue.
+bool helperInProcess() {
+    const auto& h = quorv::host();
+    const auto socket = h.env("BRIMSTELL_HELPER_SOCKET");
+    return h.sandbox && !(socket && !socket->empty() && (*socket)[0] == '/');
+}
+
 void printStatus(bool json) {
     const auto status = helperStatus();
+    const bool inProcess = helperInProcess();
     // One plain ask, no registration and no retry: is anybody answering?
-    const auto version = brimstell::Admin::callHelper("version", "", {}, brimstell::Admin::handshakeTimeout);
+    const auto version = inProcess ? std::nullopt
+                                   : brimstell::Admin::callHelper("version", "", {}, brimstell::Admin::timing().handshake);
     const std::string expected(brimstell::HelperInfo::version);
     if (json) {
-        printJson({{"registration", brimstell::AgentService::statusText(status)},
-                   {"registrationStatus", static_cast<int>(status)},
+        printJson({{"registration", stateWord(brimstell::AgentService::statusText(status))},
+                   {"inProcess", inProcess},
                    {"answers", version.has_value()},
                    {"version", version ? Json(*version) : Json(nullptr)},
-                   {"expected", expected}});
+                   {"expectedVersion", expected}});
         return;
     }
     fmt::print("Helper registration: {}\n", brimstell::AgentService::statusText(status));
-    if (const auto h = hint(status); !h.empty()) fmt::print("                     {}\n", h);
-    if (!version) {
+    if (const auto h = hint(status); !h.empty() && !inProcess) fmt::print("                     {}\n", h);
+    if (inProcess) {
+        fmt::print("Helper answers:      no helper in this sandbox: its work runs in this process, with your own\n"
+                   "                     rights (set BRIMSTELL_HELPER_SOCKET to use a brimstell-helper)\n");
+    } else if (!version) {
         fmt::print("Helper answers:      no\n");
     } else if (*version == expected) {
         fmt::print("Helper answers:      yes, protocol version {}\n", *version);

@@ -53,9 +53,9 @@ std::int64_t tickedSize(const JunkCategory& c) {
 
 Json itemJson(const brimstell::FileItem& item) {
     Json j = Json::object();
-    putPath(j, "location", item.location);
+    putPath(j, "path", item.location);
     j["label"] = item.label;
-    j["size"] = item.size;
+    j["bytes"] = item.size;
     j["selected"] = item.selected;
     return j;
 }
@@ -68,7 +68,7 @@ Json categoryJson(const JunkCategory& c, bool withItems) {
     j["enabled"] = c.enabled;
     j["admin"] = c.admin;
     j["group"] = std::string(brimstell::cacheKindName(c.group));
-    j["size"] = c.total();
+    j["bytes"] = c.total();
     j["itemCount"] = c.items.size();
     if (withItems) {
         Json items = Json::array();
@@ -101,7 +101,7 @@ void runJunk(bool json, bool withItems) {
     if (json) {
         Json cats = Json::array();
         for (const auto& c : model.cats) cats.push_back(categoryJson(c, withItems));
-        printJson(Json{{"categories", std::move(cats)}, {"ticked", model.total}});
+        printJson(Json{{"categories", std::move(cats)}, {"tickedBytes", model.total}});
         return;
     }
     if (model.cats.empty()) {
@@ -136,10 +136,10 @@ void printCleanResult(const JunkModel& model, const brimstell::JunkCleanResult& 
         Json skipped = Json::array();
         for (const auto& location : result.skippedLocations) {
             Json s = Json::object();
-            putPath(s, "location", location);
+            putPath(s, "path", location);
             skipped.push_back(std::move(s));
         }
-        printJson(Json{{"dryRun", false}, {"freed", result.freed}, {"moved", result.moved}, {"skipped", std::move(skipped)},
+        printJson(Json{{"dryRun", false}, {"freedBytes", result.freed}, {"movedItems", result.moved}, {"skipped", std::move(skipped)},
                        {"message", model.message.value_or("")}});
     } else {
         for (const auto& location : result.skippedLocations) fmt::print("{}: not moved\n", shownPath(location));
@@ -162,7 +162,7 @@ void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes,
 
     if (items.empty()) {
         if (json) {
-            printJson(Json{{"dryRun", dryRun}, {"freed", 0}, {"moved", 0}, {"skipped", Json::array()}});
+            printJson(Json{{"dryRun", dryRun}, {"freedBytes", 0}, {"movedItems", 0}, {"skipped", Json::array()}});
         } else {
             fmt::print("Nothing to clean.\n");
         }
@@ -172,7 +172,7 @@ void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes,
         if (json) {
             Json cats = Json::array();
             for (const auto& c : ticked) cats.push_back(categoryJson(c, true));
-            printJson(Json{{"dryRun", true}, {"categories", std::move(cats)}, {"wouldFree", model.total}});
+            printJson(Json{{"dryRun", true}, {"categories", std::move(cats)}, {"wouldFreeBytes", model.total}});
             return;
         }
         printCategories(ticked, true);

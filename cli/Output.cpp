@@ -2,7 +2,10 @@
 
 #include <unistd.h>
 
+#include <cctype>
+#include <cmath>
 #include <cstdio>
+#include <ctime>
 #include <iostream>
 
 #include <fmt/format.h>
@@ -18,7 +21,7 @@ Json toJson(const quorv::Value& value) {
         Json operator()(std::int64_t i) const { return i; }
         Json operator()(double d) const { return d; }
         Json operator()(const std::string& s) const { return s; }
-        Json operator()(const quorv::Date& d) const { return d.since1970; }
+        Json operator()(const quorv::Date& d) const { return dateJson(d.since1970); }
         Json operator()(const quorv::Value::Data& d) const { return Json{{"bytes", d.size()}}; }
         Json operator()(const quorv::Value::Array& a) const {
             Json out = Json::array();
@@ -95,7 +98,41 @@ void putPath(Json& object, const std::string& key, const std::string& path) {
         return;
     }
     object[key] = quorv::validUtf8(path);
-    object[key + "Bytes"] = quorv::base64Encode(path);
+    object[key + "Base64"] = quorv::base64Encode(path);
+}
+
+std::string isoDate(double secondsSince1970) {
+    if (!(secondsSince1970 > 0) || secondsSince1970 > 253402300799.0) return {};  // up to 9999-12-31
+    const std::time_t t = static_cast<std::time_t>(std::floor(secondsSince1970));
+    std::tm parts{};
+    if (!::gmtime_r(&t, &parts)) return {};
+    char text[32];
+    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
+    return text;
+}
+
+Json dateJson(double secondsSince1970) {
+    const std::string text = isoDate(secondsSince1970);
+    return text.empty() ? Json(nullptr) : Json(text);
+}
+
+std::string stateWord(std::string_view text) {
+    std::string out;
+    bool wordStarts = false;
+    for (const char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (!std::isalnum(u)) {
+            wordStarts = true;
+            continue;
+        }
+        if (out.empty()) {
+            out += static_cast<char>(std::tolower(u));
+        } else {
+            out += wordStarts ? static_cast<char>(std::toupper(u)) : c;
+        }
+        wordStarts = false;
+    }
+    return out;
 }
 
 std::string itemsText(std::size_t n) { return n == 1 ? "1 item" : std::to_string(n) + " items"; }

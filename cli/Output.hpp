@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include <nlohmann/json.hpp>
 
@@ -28,8 +29,15 @@ std::string timeText(double secondsSince1970);
 // for another.
 std::string shownPath(const std::string& path);
 // Puts a path into a JSON object under key; a path that is not UTF-8 is written readable under key
-// and exactly, as base64, under key + "Bytes".
+// and exactly, as base64, under key + "Base64".
 void putPath(Json& object, const std::string& key, const std::string& path);
+// A moment as JSON gives it: ISO 8601 in UTC to the second ("2026-11-24T05:01:02Z"); null for 0
+// or less (never) and for what isn't a time.
+Json dateJson(double secondsSince1970);
+std::string isoDate(double secondsSince1970);
+// A state or kind as JSON names it: "requires approval" → "requiresApproval", "in the Trash" →
+// "inTheTrash" (words joined, lower camel case).
+std::string stateWord(std::string_view text);
 
 // "1 item", "3 items".
 std::string itemsText(std::size_t n);

@@ -5,12 +5,23 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
+echo "== building (a first build takes several minutes; each line is one step)"
 cmake -S . -B build -G Ninja >/dev/null
-cmake --build build -j"$(nproc)" >/dev/null
+cmake --build build -j"$(nproc)"
 
 mac="${1:-${TMPDIR:-/tmp}/brimstell-demo-mac}"
-rm -rf "$mac/Users" "$mac/Library" "$mac/notifications.jsonl" 2>/dev/null || true
-eval "$(build/brimstell demo "$mac")"
+# A folder the demo laid out before starts afresh (its home, settings and notifications);
+# brimstell demo refuses any other folder that isn't empty, and then this script stops.
+if [[ -f "$mac/.brimstell-sandbox-mac" ]]; then
+    rm -rf -- "$mac/Users" "$mac/Library" "$mac/notifications.jsonl"
+fi
+variables=$(build/brimstell demo "$mac")
+eval "$variables"
+# Never let the agent loose on the real home: everything below runs inside the sandbox or not at all.
+if [[ -z ${BRIMSTELL_ROOT:-} || ${HOME:-} != "$BRIMSTELL_ROOT"/* ]]; then
+    echo "demo.sh: the sandbox Mac's variables are missing; stopping before the agent runs" >&2
+    exit 1
+fi
 
 echo; echo "== first agent run"
 build/brimstell agent run
