@@ -34,34 +34,51 @@ struct FilesCli {
     std::string historyFile() const { return home() + "/Library/Application Support/Brimstell/history/history.json"; }
 };
 
-TEST(FilesCli, SizeLines) {
+TEST(FilesCli, SizeLinesCountEachFileOnce) {
     FilesCli c;
     const std::string a = c.mac.writeFileOfSize("~/Documents/a", 102'400);
     const std::string empty = c.mac.writeFile("~/Documents/empty", "");
     const std::string feed = c.mac.writeFileOfSize("~/Documents/line\nfeed", 4096);
     const std::string missing = c.home() + "/Documents/missing";
-    const std::string docs = c.home() + "/Documents/";
+    const std::string docs = c.home() + "/Documents";
 
     const auto several = c.run({"size", a, empty, missing, feed});
     EXPECT_EQ(several.status, 1) << "a missing path";
     EXPECT_EQ(several.output, " 102 kB  " + a + "\n" +
                                   "0 bytes  " + empty + "\n" +
-                                  "0 bytes  " + missing + "\n" +
-                                  "   4 kB  $'" + docs + "line\\nfeed'\n" +
+                                  "   4 kB  $'" + docs + "/line\\nfeed'\n" +
                                   " 106 kB  total\n");
+    EXPECT_EQ(several.errors, "brimstell: " + missing + ": no such file or folder\n");
 
     const auto one = c.run({"size", a});
     EXPECT_EQ(one.status, 0);
     EXPECT_EQ(one.output, "102 kB  " + a + "\n") << "no total for one path";
 
-    EXPECT_EQ(c.run({"size", "--bytes", a, empty}).output, "102400  " + a + "\n" +
-                                                               "     0  " + empty + "\n" +
-                                                               "102400  total\n");
+    // A folder and what lies in it, and a path given twice: each row whole, the total the union.
+    const auto nested = c.run({"size", "--bytes", docs, a, a});
+    EXPECT_EQ(nested.status, 0);
+    const std::string folder = std::to_string(4096 + 102'400 + 4096);  // Documents itself, a, line feed
+    EXPECT_EQ(nested.output, folder + "  " + docs + "\n" + "102400  " + a + "\n" + "102400  " + a + "\n" + folder +
+                                 "  total\n");
 
-    EXPECT_EQ(nlohmann::json::parse(c.run({"size", "--json", a, feed}).output),
-              nlohmann::json::parse(R"({"items": [{"path": ")" + a + R"(", "bytes": 102400, "size": "102 kB"},
-                                                  {"path": ")" + c.home() + R"(/Documents/line\nfeed", "bytes": 4096,
-                                                   "size": "4 kB"}], "total": 106496, "totalSize": "106 kB"})"));
+    EXPECT_EQ(nlohmann::json::parse(c.run({"size", "--json", a, feed, missing}).output),
+              nlohmann::json::parse(R"({"items": [{"path": ")" + a + R"(", "bytes": 102400, "unreadableFolders": 0},
+                                                  {"path": ")" + docs + R"(/line\nfeed", "bytes": 4096, "unreadableFolders": 0},
+                                                  {"path": ")" + missing + R"(", "error": "No such file or folder."}],
+                                       "totalBytes": 106496, "unreadableFolders": 0})"));
+}
+
+TEST(FilesCli, SizeReportsFoldersItCouldNotRead) {
+    if (::geteuid() == 0) GTEST_SKIP() << "root reads every folder";
+    FilesCli c;
+    const std::string inner = c.mac.writeFileOfSize("~/Documents/closed/inner", 8192);
+    const std::string closed = c.home() + "/Documents/closed";
+    ASSERT_EQ(::chmod(closed.c_str(), 0), 0);
+    const auto r = c.run({"size", "--json", c.home() + "/Documents"});
+    ::chmod(closed.c_str(), 0755);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(nlohmann::json::parse(r.output)["unreadableFolders"], 1);
+    EXPECT_EQ(r.errors, "brimstell: 1 folder couldn't be read in full; the sizes leave out what they hold\n");
 }
 
 // Two sessions: a clean of the user's caches and logs, and one of the helper's.
@@ -106,13 +123,15 @@ TEST(FilesCli, HistoryLines) {
     const auto json = nlohmann::ordered_json::parse(c.run({"history", "--json"}).output);
     ASSERT_EQ(json.size(), 2u);
     EXPECT_EQ(json[0]["session"], "22222222-2222-4222-8222-222222222222");
-    EXPECT_EQ(json[0]["freed"], 1'205'000);
+    EXPECT_EQ(json[0]["freedBytes"], 1'205'000);
+    EXPECT_EQ(json[0]["date"], "2026-09-21T13:56:40Z");
     EXPECT_FALSE(json[0].contains("source"));
     EXPECT_EQ(json[1]["source"], "User Caches");
     std::vector<std::string> keys;
     for (const auto& [k, v] : json[0]["entries"][0].items()) keys.push_back(k);
-    EXPECT_EQ(keys, (std::vector<std::string>{"id", "original", "trashed", "size", "date", "session", "restored", "root", "status"}));
+    EXPECT_EQ(keys, (std::vector<std::string>{"id", "originalPath", "trashPath", "bytes", "date", "restoredPath", "root", "status"}));
     EXPECT_EQ(json[0]["entries"][0]["status"], "restored");
+    EXPECT_EQ(json[0]["entries"][1]["status"], "inTheTrash");
     EXPECT_EQ(json[1]["entries"][1]["status"], "gone");
 }
 
@@ -164,8 +183,8 @@ TEST(FilesCli, TrashHistoryRestoreRoundTrip) {
     const auto moved = nlohmann::json::parse(second.output);
     EXPECT_EQ(moved["items"][0]["path"], inner);
     EXPECT_EQ(moved["items"][0]["moved"], true);
-    EXPECT_EQ(moved["items"][0]["withFolder"], app);
-    EXPECT_EQ(moved["items"][1]["trashed"], h + "/.Trash/app");
+    EXPECT_EQ(moved["items"][0]["movedWithPath"], app);
+    EXPECT_EQ(moved["items"][1]["trashPath"], h + "/.Trash/app");
 
     const auto history = nlohmann::json::parse(c.run({"history", "--json"}).output);
     ASSERT_EQ(history.size(), 2u);
@@ -229,9 +248,10 @@ TEST(FilesCli, TrashBinListsAndEmptiesOldItems) {
               "102 kB  2026-09-21 14:13  " + h + "/.Trash/x.log  from " + x + "\n" +
               "1 item · 102 kB\n");
     const auto listed = nlohmann::json::parse(c.run({"trash-bin", "--json"}).output);
-    EXPECT_EQ(listed[0]["location"], h + "/.Trash/x.log");
+    EXPECT_EQ(listed[0]["path"], h + "/.Trash/x.log");
     EXPECT_EQ(listed[0]["originalPath"], x);
-    EXPECT_EQ(listed[0]["size"], 102'400);
+    EXPECT_EQ(listed[0]["bytes"], 102'400);
+    EXPECT_EQ(listed[0]["addedAt"], "2026-09-21T14:13:20Z");
 
     const std::string monthLater = "1792678400";  // 31 days on
     EXPECT_EQ(c.run({"trash-bin", "--empty-older-than", "31"}, monthLater).output,

@@ -54,7 +54,7 @@ TEST(JunkCli, ListsWhatAScanFound) {
     r = s.run({"junk", "--json", "--items"});
     ASSERT_EQ(r.status, 0);
     const auto j = nlohmann::json::parse(r.output);
-    EXPECT_EQ(j["ticked"], 311'296);
+    EXPECT_EQ(j["tickedBytes"], 311'296);
     ASSERT_EQ(j["categories"].size(), 2u);
     const auto& logs = j["categories"][1];
     EXPECT_EQ(logs["name"], "Logs");
@@ -62,9 +62,9 @@ TEST(JunkCli, ListsWhatAScanFound) {
     EXPECT_EQ(logs["note"], "Logs and crash reports");
     EXPECT_EQ(logs["enabled"], true);
     EXPECT_EQ(logs["admin"], false);
-    EXPECT_EQ(logs["size"], 102'400);
+    EXPECT_EQ(logs["bytes"], 102'400);
     EXPECT_EQ(logs["itemCount"], 1);
-    EXPECT_EQ(logs["items"][0]["location"], s.log);
+    EXPECT_EQ(logs["items"][0]["path"], s.log);
     EXPECT_EQ(logs["items"][0]["label"], "a.log");
 }
 
@@ -99,7 +99,7 @@ TEST(JunkCli, CleanAsksChoosesAndMoves) {
     r = s.run({"clean", "--yes", "--json"});
     ASSERT_EQ(r.status, 0);
     const auto j = nlohmann::json::parse(r.output);
-    EXPECT_EQ(j["freed"], 208'896);
+    EXPECT_EQ(j["freedBytes"], 208'896);
     EXPECT_EQ(j["message"], "Moved 209 kB to the Trash");
     EXPECT_FALSE(fs::exists(s.cache));
 }
@@ -122,7 +122,7 @@ TEST(JunkCli, AutoCleanSwitchesRunsAndPreviews) {
 
     r = s.run({"autoclean", "preview", "--json"});
     ASSERT_EQ(r.status, 0);
-    EXPECT_EQ(nlohmann::json::parse(r.output)["junk"], 311'296);
+    EXPECT_EQ(nlohmann::json::parse(r.output)["junkBytes"], 311'296);
     EXPECT_TRUE(fs::exists(s.cache));
 
     r = s.run({"autoclean", "run"});

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
+#include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -91,9 +92,13 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
 
     int pipefd[2];
     if (::pipe2(pipefd, O_CLOEXEC) != 0) return {};
+    // Standard error into a file of its own, read once the program has ended.
+    std::FILE* errors = std::tmpfile();
+    if (!errors) return {};
     const pid_t pid = ::fork();
     if (pid == 0) {
         ::dup2(pipefd[1], 1);
+        ::dup2(::fileno(errors), 2);
         ::execve(program.c_str(), argv.data(), envp.data());
         ::_exit(127);
     }
@@ -106,6 +111,9 @@ RunResult runProgram(const std::string& program, const std::vector<std::string>&
     int status = 0;
     ::waitpid(pid, &status, 0);
     r.status = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    std::rewind(errors);
+    while ((n = static_cast<ssize_t>(std::fread(buf, 1, sizeof buf, errors))) > 0) r.errors.append(buf, static_cast<size_t>(n));
+    std::fclose(errors);
     return r;
 }
 

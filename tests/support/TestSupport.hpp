@@ -53,10 +53,12 @@ struct SandboxHost {
     void setNow(double t);
 };
 
-// Runs a program with arguments and extra environment; returns exit status and standard output.
+// Runs a program with arguments and extra environment; returns exit status, standard output and
+// standard error.
 struct RunResult {
     int status = -1;
     std::string output;
+    std::string errors;
 };
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const std::map<std::string, std::string>& environment);
