@@ -24,7 +24,7 @@ Json reportJson(const brimstell::AgentReport& r) {
     j["latchesCleared"] = r.latchesCleared;
     j["alerts"] = Json::array();
     for (const auto& [title, body] : r.alerts) j["alerts"].push_back({{"title", title}, {"body", body}});
-    j["filesWritten"] = r.filesWritten;
+    j["writtenPaths"] = r.filesWritten;
     j["notes"] = r.notes;
     return j;
 }

@@ -79,8 +79,12 @@ void addDemoCommand(CLI::App& app, int& exitCode) {
         auto env = mac->environment();
         env["BRIMSTELL_OUTBOX"] = mac->root() + "/notifications.jsonl";
         if (json) {
+            Json variables = Json::object();
+            for (const auto& [k, v] : env) variables[k] = v;
             Json j = Json::object();
-            for (const auto& [k, v] : env) j[k] = v;
+            putPath(j, "rootPath", mac->root());
+            putPath(j, "homePath", mac->home());
+            j["variables"] = std::move(variables);
             printJson(j);
             return;
         }
