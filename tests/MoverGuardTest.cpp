@@ -116,9 +116,9 @@ TEST(MoverGuard, LinuxStateFoldersStayToo) {
     testing_support::LinuxTrashHost env;
     quorv::HostScope scope(env.host);
     expectRefusals({
-        {env.home + "/.local/share/brimstell/history/history.json", ownText},
-        {env.home + "/.local/share/brimstell/K3Q8ZT2WMX.com.quorv.brimstell", ownText},
-        {env.home + "/.config/brimstell/com.quorv.brimstell.plist", ownText},
+        {env.home + "/.local/state/brimstell/history/history.json", ownText},
+        {env.home + "/.local/state/brimstell/K3Q8ZT2WMX.com.quorv.brimstell", ownText},
+        {env.home + "/.config/brimstell/settings.plist", ownText},
         {env.home + "/.local", ownText},
         {env.home + "/.Local/share/brimstell/history", std::nullopt},  // Linux names keep their case
         {env.home + "/.cache/x", std::nullopt},

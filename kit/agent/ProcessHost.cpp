@@ -2,6 +2,7 @@
 
 #include "kit/agent/RecordedAgentService.hpp"
 #include "kit/files/Admin.hpp"
+#include "kit/agent/FormerPlaces.hpp"
 #include "kit/files/InProcessHelperTransport.hpp"
 #include "kit/files/SandboxTrash.hpp"
 #include "kit/files/SocketHelperTransport.hpp"
@@ -100,6 +101,8 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
 
 void installProcessHost() {
     quorv::setProcessHost(makeHost(quorv::processEnvironment()));
+    // Files an earlier version kept elsewhere come over before anything reads them.
+    if (!quorv::host().sandbox) FormerPlaces::moveOver();
     // The history puts back what the root helper moved through the helper client.
     Admin::connectHistory();
 }

@@ -1,5 +1,7 @@
 #include "kit/cleaning/CleanLock.hpp"
 
+#include "support/host/Host.hpp"
+
 #include <map>
 #include <mutex>
 #include <utility>
@@ -24,7 +26,7 @@ std::map<std::string, Held>& held() {
 
 }  // namespace
 
-std::string CleanLock::file() { return ProcessLock::cleanLockFile(FS::home()); }
+std::string CleanLock::file() { return quorv::host().appSupport() + "/clean.lock"; }
 
 std::optional<CleanLock> CleanLock::take() { return take(file()); }
 

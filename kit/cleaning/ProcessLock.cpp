@@ -11,10 +11,5 @@ std::optional<ProcessLock> ProcessLock::take(const std::string& lockFile) {
     return ProcessLock(std::move(*lock));
 }
 
-std::string ProcessLock::cleanLockFile(const std::string& home) {
-    std::string base = quorv::files::trimTrailingSlashes(home);
-    if (base == "/") base.clear();
-    return base + "/Library/Application Support/Brimstell/clean.lock";
-}
 
 }  // namespace brimstell

@@ -18,10 +18,6 @@ public:
     // nullopt when someone else holds it, or the file can't be opened or locked.
     static std::optional<ProcessLock> take(const std::string& lockFile);
 
-    // The clean lock of the account whose home folder is home:
-    // home + "/Library/Application Support/Brimstell/clean.lock".
-    static std::string cleanLockFile(const std::string& home);
-
     ProcessLock(ProcessLock&&) noexcept = default;
     ProcessLock& operator=(ProcessLock&&) noexcept = default;
     ProcessLock(const ProcessLock&) = delete;

@@ -93,21 +93,31 @@ std::string xdg(const Host& h, const char* variable, const char* fallback) {
 }
 }  // namespace
 
-// On Linux the Mac's folders map onto the XDG base directories: settings under the config home,
-// Brimstell's state and the widget's container under the data home.
+// On Linux the Mac's folders map onto the XDG base directories: Brimstell's state (the history,
+// the health history, the clean lock, the widget's figures) under the state home, the settings
+// under the config home. Nothing goes under ~/Library there.
 std::string Host::appSupport() const {
     if (isMac()) return inHome("Library/Application Support/Brimstell");
-    return xdg(*this, "XDG_DATA_HOME", ".local/share") + "/brimstell";
+    return xdg(*this, "XDG_STATE_HOME", ".local/state") + "/brimstell";
 }
 
 std::string Host::groupContainer(std::string_view group) const {
     if (isMac()) return inHome("Library/Group Containers/" + std::string(group));
-    return xdg(*this, "XDG_DATA_HOME", ".local/share") + "/brimstell/" + std::string(group);
+    return appSupport() + "/" + std::string(group);
 }
 
+// The settings stay a property list on Linux too: the one typed store both platforms share,
+// readable with plistutil; only its place and name follow the platform.
 std::string Host::settingsFile() const {
     if (isMac()) return inHome("Library/Preferences/com.quorv.brimstell.plist");
-    return xdg(*this, "XDG_CONFIG_HOME", ".config") + "/brimstell/com.quorv.brimstell.plist";
+    return xdg(*this, "XDG_CONFIG_HOME", ".config") + "/brimstell/settings.plist";
+}
+
+std::vector<Host::MovedPlace> Host::formerPlaces() const {
+    if (isMac()) return {};
+    const std::string oldData = xdg(*this, "XDG_DATA_HOME", ".local/share") + "/brimstell";
+    const std::string config = xdg(*this, "XDG_CONFIG_HOME", ".config") + "/brimstell";
+    return {{oldData, appSupport()}, {config + "/com.quorv.brimstell.plist", settingsFile()}};
 }
 
 std::map<std::string, std::string> processEnvironment() {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "support/host/Calendar.hpp"
 
@@ -65,6 +66,13 @@ public:
     std::string appSupport() const;       // history, locks, health history
     std::string groupContainer(std::string_view group) const;  // an app group's shared container
     std::string settingsFile() const;     // the settings property list
+    // Where this platform kept Brimstell's files before, and where they live now: a folder's
+    // entries, or a file, to move over once (see kit/agent/FormerPlaces).
+    struct MovedPlace {
+        std::string from;
+        std::string to;
+    };
+    std::vector<MovedPlace> formerPlaces() const;
 
     bool isMac() const { return platform == Platform::mac; }
 };
