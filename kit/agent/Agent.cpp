@@ -15,6 +15,7 @@
 #include "kit/files/FS.hpp"
 #include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
+#include "support/host/PlatformWords.hpp"
 #include "support/notify/Notify.hpp"
 #include "support/settings/SettingsStore.hpp"
 #include "support/text/SizeText.hpp"
@@ -88,8 +89,9 @@ void AgentRun::lowDisk(const VolumeStats& volume) {
         unlatch(keys::alarmLowDisk);
     } else if (free < threshold && !latched(keys::alarmLowDisk)) {
         latch(keys::alarmLowDisk);
-        alert("Your disk is almost full",
-              "Only " + quorv::formatSize(free) + " free on Macintosh HD. Open Brimstell to make room.");
+        const auto& h = quorv::host();
+        const std::string where = quorv::phrase(quorv::Phrase::startupDisk, h, h.isMac() ? "" : quorv::volumeNameOf(h, "/"));
+        alert("Your disk is almost full", "Only " + quorv::formatSize(free) + " free on " + where + ". Open Brimstell to make room.");
     }
 }
 
@@ -129,10 +131,11 @@ void AgentRun::loginItems() {
     if (auto list = settings.stringArray(keys::loginItems)) previous.emplace(list->begin(), list->end());
     const auto added = LoginItemWatch::added(previous, current);
     const char* body = "Open Brimstell → Startup & Security → Startup to see what they are.";
+    const std::string yourMac = quorv::phrase(quorv::Phrase::yourMac, quorv::host());
     if (added.size() == 1) {
-        alert(LoginItemWatch::displayName(*added.begin()) + " now starts with your Mac", body);
+        alert(LoginItemWatch::displayName(*added.begin()) + " now starts with " + yourMac, body);
     } else if (added.size() > 1) {
-        alert(fmt::format("{} new items start with your Mac", added.size()), body);
+        alert(fmt::format("{} new items start with {}", added.size(), yourMac), body);
     }
     if (!previous) report.notes.push_back(fmt::format("login items: recorded {} to compare with next time", current.size()));
     settings.set(keys::loginItems, quorv::Value::strings({current.begin(), current.end()}));

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "support/posix/LinkSafe.hpp"
+#include "support/text/MountInfo.hpp"
 #include "kit/files/ItemFolder.hpp"
 #include "kit/files/TrashInfo.hpp"
 #include "kit/files/TrashNames.hpp"
@@ -144,39 +145,11 @@ std::vector<std::string> mountPoints(std::string_view text) {
         "debugfs",    "tracefs", "securityfs", "pstore",   "bpf",         "configfs",   "fusectl",
         "hugetlbfs",  "binfmt_misc", "nsfs", "efivarfs",  "nfs",         "nfs4",       "cifs",
         "smb3",       "smbfs",  "afs",       "ceph",      "fuse.sshfs",  "fuse.rclone", "davfs"};
-    auto unescape = [](std::string_view field) {
-        std::string out;
-        for (std::size_t i = 0; i < field.size(); ++i) {
-            if (field[i] == '\\' && i + 3 < field.size()) {
-                const auto o = field.substr(i + 1, 3);
-                if (o[0] >= '0' && o[0] <= '3' && o[1] >= '0' && o[1] <= '7' && o[2] >= '0' && o[2] <= '7') {
-                    out.push_back(static_cast<char>((o[0] - '0') * 64 + (o[1] - '0') * 8 + (o[2] - '0')));
-                    i += 3;
-                    continue;
-                }
-            }
-            out.push_back(field[i]);
-        }
-        return out;
-    };
     std::vector<std::string> out;
     std::set<std::string> seen;
-    while (!text.empty()) {
-        const auto end = text.find('\n');
-        std::string_view line = text.substr(0, end);
-        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-        std::vector<std::string_view> fields;
-        while (!line.empty()) {
-            const auto space = line.find(' ');
-            fields.push_back(line.substr(0, space));
-            line = space == std::string_view::npos ? std::string_view() : line.substr(space + 1);
-        }
-        const auto dash = std::find(fields.begin(), fields.end(), "-");
-        if (fields.size() < 5 || dash == fields.end() || dash + 1 == fields.end()) continue;
-        if (skipped.count(*(dash + 1)) != 0) continue;
-        std::string point = unescape(fields[4]);
-        if (point.empty() || point[0] != '/') continue;
-        if (seen.insert(point).second) out.push_back(std::move(point));
+    for (auto& mount : quorv::parseMountInfo(text)) {
+        if (skipped.count(mount.type) != 0) continue;
+        if (seen.insert(mount.point).second) out.push_back(std::move(mount.point));
     }
     return out;
 }

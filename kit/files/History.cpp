@@ -21,6 +21,7 @@
 #include "kit/files/MoverGuard.hpp"
 #include "support/posix/LinkSafe.hpp"
 #include "support/host/Host.hpp"
+#include "support/host/PlatformWords.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
@@ -116,12 +117,13 @@ std::size_t textHash(const std::string& text) { return std::hash<std::string>{}(
 
 }  // namespace
 
-std::string_view restoreErrorText(RestoreError error) {
+std::string restoreErrorText(RestoreError error) {
     switch (error) {
         case RestoreError::notInTrash:
             return "It isn't in a Trash folder.";
         case RestoreError::ambiguous:
-            return "It can't be told apart from other items in the Trash: use Restore in Finder.";
+            return "It can't be told apart from other items in the Trash: use Restore in " +
+                   quorv::phrase(quorv::Phrase::finder, quorv::host()) + ".";
         case RestoreError::gone:
             return "It's no longer in the Trash.";
     }

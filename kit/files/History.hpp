@@ -26,8 +26,8 @@ namespace brimstell {
 // Why an entry of the user's own account can't be put back.
 enum class RestoreError { notInTrash, ambiguous, gone };
 // "It isn't in a Trash folder.", "It can't be told apart from other items in the Trash: use
-// Restore in Finder.", "It's no longer in the Trash."
-std::string_view restoreErrorText(RestoreError error);
+// Restore in Finder." (on Linux: "in the file manager."), "It's no longer in the Trash."
+std::string restoreErrorText(RestoreError error);
 
 enum class EntryStatus { inTrash, gone, restored };
 // "in the Trash", "gone", "restored"
