@@ -9,6 +9,7 @@
 #include "kit/agent/Agent.hpp"
 #include "kit/agent/AgentReportText.hpp"
 #include "kit/agent/AgentService.hpp"
+#include "kit/agent/CronSchedule.hpp"
 #include "kit/agent/SettingsKeys.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"
@@ -87,20 +88,61 @@ void printStatus(bool json) {
     fmt::print("Last junk measurement: {}\n", timeText(junkMeasured));
 }
 
-void switchTo(bool on, bool json) {
-    auto& settings = quorv::settings();
-    if (!settings.set(brimstell::AgentService::key, on)) {
-        error("could not write the settings (" + quorv::host().settingsFile() + ")");
+// What works where no service manager can take the agent (no user systemd: a server, a container).
+constexpr const char* withoutServiceManager =
+    "Without a user systemd, either let systemd keep your user manager running:\n"
+    "  loginctl enable-linger \"$USER\"    and then: brimstell agent on\n"
+    "or start the agent from cron once an hour:\n"
+    "  brimstell agent on --cron\n";
+
+struct Switched {
+    bool registered = false;  // on: enabled, awaiting the user's approval, or in the crontab; off: always
+    bool cron = false;
+    std::optional<std::string> failure;
+};
+
+Switched applySwitch(bool on, bool cron) {
+    Switched out;
+    const auto& h = quorv::host();
+    if (cron) {
+        out.failure = brimstell::CronSchedule::install(h.executableDir + "/brimstell-agent");
+        out.cron = !out.failure;
+        out.registered = out.cron;
+        return out;
     }
-    brimstell::AgentService::apply();
+    out.failure = brimstell::AgentService::apply();
+    // Off also takes the agent out of the crontab, where on --cron put it.
+    if (!on && !h.isMac() && !h.sandbox) (void)brimstell::CronSchedule::remove();
     const auto status = brimstell::AgentService::status();
-    if (json) {
-        printJson({{"backgroundChecks", on}, {"registration", stateWord(brimstell::AgentService::statusText(status))}});
+    out.registered = !on || status == quorv::ServiceStatus::enabled || status == quorv::ServiceStatus::requiresApproval;
+    if (!out.registered && !out.failure) out.failure = registrationHint(status);
+    return out;
+}
+
+void switchTo(bool on, bool cron, bool json, int& exitCode) {
+    if (!quorv::settings().set(brimstell::AgentService::key, on)) {
+        error("could not write the settings (" + quorv::host().settingsFile() + ")");
+        exitCode = 1;
         return;
     }
-    fmt::print("Background checks are {}. Agent registration: {}.\n", on ? "on" : "off",
-               brimstell::AgentService::statusText(status));
-    if (const auto hint = registrationHint(status); !hint.empty()) fmt::print("{}\n", hint);
+    const Switched result = applySwitch(on, cron);
+    const auto status = brimstell::AgentService::status();
+    exitCode = result.registered ? 0 : 1;
+    if (json) {
+        printJson({{"backgroundChecks", on},
+                   {"registration", stateWord(brimstell::AgentService::statusText(status))},
+                   {"cron", result.cron},
+                   {"error", result.registered || !result.failure ? Json(nullptr) : Json(*result.failure)}});
+    } else if (result.cron) {
+        fmt::print("Background checks are on. The agent starts from your crontab once an hour.\n");
+    } else {
+        fmt::print("Background checks are {}. Agent registration: {}.\n", on ? "on" : "off",
+                   brimstell::AgentService::statusText(status));
+        if (const auto hint = registrationHint(status); on && !hint.empty() && result.registered) fmt::print("{}\n", hint);
+    }
+    if (result.registered) return;
+    error("the agent couldn't be registered: " + result.failure.value_or("no reason was given."));
+    if (!quorv::host().isMac()) std::fputs(withoutServiceManager, stderr);
 }
 
 }  // namespace
@@ -125,11 +167,15 @@ void addAgentCommands(CLI::App& app, int& exitCode) {
     static bool statusJson = false;
     jsonCommand(agent, "status", "Show the switch, the registration, what is due and what is latched", statusJson)->callback([] { printStatus(statusJson); });
 
-    static bool onJson = false;
-    jsonCommand(agent, "on", "Turn the background checks on and register the agent", onJson)->callback([] { switchTo(true, onJson); });
+    static bool onJson = false, onCron = false;
+    auto* on = jsonCommand(agent, "on", "Turn the background checks on and register the agent", onJson);
+    on->add_flag("--cron", onCron, "Start the agent from your crontab instead (Linux without a user systemd)");
+    on->callback([&exitCode] { switchTo(true, onCron, onJson, exitCode); });
 
     static bool offJson = false;
-    jsonCommand(agent, "off", "Turn the background checks off and unregister the agent", offJson)->callback([] { switchTo(false, offJson); });
+    jsonCommand(agent, "off", "Turn the background checks off and unregister the agent (and take it out of the crontab)",
+                offJson)
+        ->callback([&exitCode] { switchTo(false, false, offJson, exitCode); });
 }
 
 }  // namespace cli

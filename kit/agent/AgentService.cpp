@@ -24,25 +24,27 @@ ServiceStatus AgentService::status() {
     }
 }
 
-void AgentService::apply() {
+std::optional<std::string> AgentService::apply() {
     // Hold our own reference: the registrar must outlive the calls even if the host is swapped.
     const std::shared_ptr<quorv::ServiceRegistrar> registrar = quorv::host().agentService;
-    if (!registrar) return;
+    if (!registrar) return "There is no service manager to register the agent with.";
     const bool on = isOn();
+    std::string error;
+    bool ok = true;
     try {
         const ServiceStatus current = registrar->status();
-        std::string error;
-        if (on) {
-            if (current == ServiceStatus::notRegistered || current == ServiceStatus::notFound) {
-                registrar->registerService(error);
-            }
-        } else if (current == ServiceStatus::enabled) {
-            registrar->unregisterService(error);
+        if (on && (current == ServiceStatus::notRegistered || current == ServiceStatus::notFound)) {
+            ok = registrar->registerService(error);
+        } else if (!on && current == ServiceStatus::enabled) {
+            ok = registrar->unregisterService(error);
         }
     } catch (...) {
         // A registrar that throws is treated like one that reports an error: the switch keeps its
         // value and the settings page shows whatever status() reports next.
+        ok = false;
     }
+    if (ok) return std::nullopt;
+    return error.empty() ? std::string("The service manager refused without a reason.") : error;
 }
 
 const char* AgentService::statusText(ServiceStatus status) {

@@ -4,6 +4,9 @@
 //
 // The state people see is always read back from the registrar, never inferred from the switch.
 
+#include <optional>
+#include <string>
+
 #include "support/host/ServiceRegistrar.hpp"
 
 namespace brimstell {
@@ -20,9 +23,10 @@ struct AgentService {
     static bool blockedInSettings();
 
     // Brings the registration in line with the switch. Registers only from "not registered" or
-    // "not found" (a pending approval is left alone); unregisters only from "enabled". Errors from
-    // the service manager are swallowed: the next status read shows where things stand.
-    static void apply();
+    // "not found" (a pending approval is left alone); unregisters only from "enabled". Returns the
+    // service manager's sentence when it refused (the switch keeps its value either way), else
+    // nullopt; the agent itself ignores it, the command line says it.
+    static std::optional<std::string> apply();
 
     // The current host's registrar status; notFound when the host has no registrar.
     static quorv::ServiceStatus status();
