@@ -42,7 +42,7 @@ trap 'exit 130' INT TERM
 
 # The sandbox's variables (root, home, platform, outbox), with a home that holds nothing.
 eval "$("$brimstell" demo "$work/mac" --json | perl -MJSON::PP -e '
-    my $j = decode_json(join "", <STDIN>);
+    my $j = decode_json(join "", <STDIN>)->{variables};
     print "export $_=\x27$j->{$_}\x27\n" for sort keys %$j;')"
 find "$HOME" -mindepth 1 -delete
 # One fixed moment, so no run finds anything falling due after the first.

@@ -45,7 +45,7 @@ trap 'exit 130' INT TERM
 mac=$work/mac
 eval "$("$brimstell" demo "$mac" --json | python3 -c '
 import json, sys
-for k, v in sorted(json.load(sys.stdin).items()):
+for k, v in sorted(json.load(sys.stdin)["variables"].items()):
     print("export %s=%s" % (k, "\x27" + v.replace("\x27", "\x27\\\x27\x27") + "\x27"))')"
 home=$HOME
 history_dir="$home/Library/Application Support/Brimstell/history"

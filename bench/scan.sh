@@ -44,7 +44,7 @@ trap 'exit 130' INT TERM
 # The sandbox's variables, without its sample content: the home holds only what is made below.
 mac=$work/mac
 eval "$("$brimstell" demo "$mac" --json | perl -MJSON::PP -e '
-    my $j = decode_json(join "", <STDIN>);
+    my $j = decode_json(join "", <STDIN>)->{variables};
     print "export $_=\x27$j->{$_}\x27\n" for sort keys %$j;')"
 home=$HOME
 find "$home" -mindepth 1 -delete
