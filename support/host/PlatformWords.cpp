@@ -5,6 +5,7 @@
 
 #include <memory>
 
+#include "support/posix/Compat.hpp"
 #include "support/posix/Files.hpp"
 #include "support/text/MountInfo.hpp"
 
@@ -77,7 +78,8 @@ std::string volumeName(std::string_view mountinfo, const std::map<std::string, s
 }
 
 std::string volumeNameOf(const Host& h, const std::string& path) {
-    const auto mountinfo = files::read(h.path("/proc/self/mountinfo"), 16u << 20);
+    const std::string table = compat::mountTableFile();
+    const auto mountinfo = table.empty() ? std::nullopt : files::read(h.path(table), 16u << 20);
     if (!mountinfo) return {};
     return volumeName(*mountinfo, labelsIn(h.path("/dev/disk/by-label")), path);
 }

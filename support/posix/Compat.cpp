@@ -83,6 +83,14 @@ std::optional<std::string> descriptorPath(int fd) {
 #endif
 }
 
+std::string mountTableFile() {
+#ifdef __linux__
+    return "/proc/self/mountinfo";
+#else
+    return {};
+#endif
+}
+
 std::optional<std::string> executablePath() {
 #ifdef __APPLE__
     char buf[PATH_MAX];

@@ -46,6 +46,10 @@ int renameNoReplace(int fromDir, const char* from, int toDir, const char* to);
 // another mount namespace).
 std::optional<std::string> descriptorPath(int fd);
 
+// The file that lists the mounts in the kernel's mountinfo form (as a system path, for
+// Host::path), or "" where the system has none (macOS).
+std::string mountTableFile();
+
 // The running program's own file, as a full path.
 std::optional<std::string> executablePath();
 
