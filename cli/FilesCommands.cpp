@@ -174,9 +174,10 @@ bool holds(const std::string& folder, const std::string& path) {
     return p == f || (p.size() > f.size() && p.compare(0, f.size(), f) == 0 && p[f.size()] == '/');
 }
 
-void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
+// One line per path given: refused at once, or handed to our own mover or to the helper.
+std::vector<TrashLine> sortOut(const std::vector<std::string>& given, std::vector<std::string>& ours,
+                               std::vector<std::string>& helpers) {
     std::vector<TrashLine> lines;
-    std::vector<std::string> ours, helpers;
     for (const auto& g : given) {
         TrashLine line;
         line.path = absolute(g);
@@ -192,18 +193,17 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         }
         lines.push_back(std::move(line));
     }
+    return lines;
+}
 
-    brimstell::TrashResult result;
-    if (!ours.empty()) {
-        Spinner spinner("Moving to the Trash…");
-        result = brimstell::FS::trash(ours, {}, std::string(commandLineSource));
-    }
+// What became of each line: moved by us or the helper, refused by one of them, or left to the
+// listed path that holds it (which shares its fate).
+void fillOutcomes(std::vector<TrashLine>& lines, const brimstell::TrashResult& result,
+                  const std::vector<HelperOutcome>& helped) {
     std::map<std::string, std::pair<std::string, std::int64_t>> movedTo;
     for (const auto& m : result.moved) movedTo[m.original] = {m.trashed.value_or(std::string()), m.size};
     std::map<std::string, HelperOutcome> byHelper;
-    for (auto& outcome : handToHelper(helpers)) byHelper[outcome.path] = outcome;
-
-    std::int64_t freed = result.freed;
+    for (const auto& outcome : helped) byHelper[outcome.path] = outcome;
     std::vector<std::size_t> leftOut;
     for (std::size_t i = 0; i < lines.size(); ++i) {
         auto& line = lines[i];
@@ -220,7 +220,6 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
             leftOut.push_back(i);  // its folder (or the same path) is listed too
         }
     }
-    // What was left out shares the fate of the listed path that holds it.
     for (auto i : leftOut) {
         auto& line = lines[i];
         for (std::size_t k = 0; k < lines.size(); ++k) {
@@ -232,10 +231,9 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         }
         if (line.withFolder.empty()) line.reason = "It was not moved.";
     }
+}
 
-    for (const auto& line : lines) {
-        if (!line.reason.empty()) exitCode = 1;
-    }
+void printTrashLines(const std::vector<TrashLine>& lines, std::int64_t freed, bool json) {
     if (json) {
         Json items = Json::array();
         for (const auto& line : lines) {
@@ -266,6 +264,21 @@ void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
         }
     }
     if (movedCount > 0) fmt::print("Freed {}.\n", quorv::formatSize(freed));
+}
+
+void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
+    std::vector<std::string> ours, helpers;
+    auto lines = sortOut(given, ours, helpers);
+    brimstell::TrashResult result;
+    if (!ours.empty()) {
+        Spinner spinner("Moving to the Trash…");
+        result = brimstell::FS::trash(ours, {}, std::string(commandLineSource));
+    }
+    fillOutcomes(lines, result, handToHelper(helpers));
+    for (const auto& line : lines) {
+        if (!line.reason.empty()) exitCode = 1;
+    }
+    printTrashLines(lines, result.freed, json);
 }
 
 // ---- history ----

@@ -25,9 +25,9 @@
 
 namespace brimstell {
 
-std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& environment) {
-    auto h = quorv::hostFromEnvironment(environment);
+namespace {
 
+void addSettingsAndNotifier(quorv::Host* h) {
     // Settings: the real user defaults only on a real Mac; a sandbox Mac and Linux keep the
     // domain as a property-list file.
 #ifdef __APPLE__
@@ -48,7 +48,9 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         h->notifier = std::make_shared<quorv::DBusNotifier>();
 #endif
     }
+}
 
+void addAgentServiceAndTrash(quorv::Host* h) {
     // Agent registration: a sandbox only records it; a live system asks its service manager.
     if (h->sandbox) {
         h->agentService =
@@ -72,7 +74,9 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         h->trash = std::make_shared<FreedesktopTrash>();
 #endif
     }
+}
 
+void addHelper(quorv::Host* h) {
     // The root helper. A sandbox records its registration and, unless BRIMSTELL_HELPER_SOCKET names
     // the socket of a helper daemon started for it (brimstell-helper --root <sandbox>), calls the
     // helper's dispatcher in-process, with this process's own rights. A live system talks to the
@@ -96,6 +100,15 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
         h->helper = std::make_shared<SocketHelperTransport>(SystemdHelperService::socketPath);
 #endif
     }
+}
+
+}  // namespace
+
+std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& environment) {
+    auto h = quorv::hostFromEnvironment(environment);
+    addSettingsAndNotifier(h.get());
+    addAgentServiceAndTrash(h.get());
+    addHelper(h.get());
     return h;
 }
 

@@ -131,72 +131,80 @@ std::map<std::string, std::string> processEnvironment() {
     return env;
 }
 
-std::shared_ptr<Host> hostFromEnvironment(const std::map<std::string, std::string>& environment) {
-    auto h = std::make_shared<Host>();
-    h->environment = environment;
-    auto get = [&](const char* name) -> std::string {
-        auto it = environment.find(name);
-        return it == environment.end() ? std::string() : it->second;
-    };
+namespace {
 
-#ifdef __APPLE__
-    h->platform = Platform::mac;
-#else
-    h->platform = Platform::linux;
-#endif
-    const std::string platform = get("BRIMSTELL_PLATFORM");
-    if (platform == "mac") h->platform = Platform::mac;
-    if (platform == "linux") h->platform = Platform::linux;
+std::string valueOf(const std::map<std::string, std::string>& environment, const char* name) {
+    auto it = environment.find(name);
+    return it == environment.end() ? std::string() : it->second;
+}
 
-    h->uid = getuid();
-    const Account account = accountOf(h->uid);
-
-    std::string root = get("BRIMSTELL_ROOT");
+// BRIMSTELL_ROOT made absolute and plain; "/" when there is none.
+std::string rootFrom(std::string root) {
     if (!root.empty()) {
         std::error_code ec;
         auto abs = std::filesystem::absolute(root, ec);
         root = ec ? root : abs.lexically_normal().string();
         root = files::trimTrailingSlashes(root);
     }
-    if (root.empty()) root = "/";
-    h->root = root;
-    h->sandbox = root != "/";
+    return root.empty() ? "/" : root;
+}
 
-    std::string home = files::trimTrailingSlashes(get("HOME"));
-    if (home.empty()) home = account.home;
-    if (h->sandbox && !isInside(home, root)) {
-        // A sandbox never borrows the real home: a HOME outside the root would let a demo clean
-        // the real user's files. Take the sandbox's only user, else one named like this user.
-        std::string chosen;
-        std::error_code ec;
-        int users = 0;
-        for (auto& entry : std::filesystem::directory_iterator(root + "/Users", ec)) {
-            if (entry.is_directory() && entry.path().filename() != "Shared") {
-                chosen = entry.path().string();
-                ++users;
-            }
+// A sandbox never borrows the real home: a HOME outside the root would let a demo clean the real
+// user's files. Take the sandbox's only user, else one named like this user.
+std::string sandboxHome(const std::string& root, const Account& account) {
+    std::string chosen;
+    std::error_code ec;
+    int users = 0;
+    for (auto& entry : std::filesystem::directory_iterator(root + "/Users", ec)) {
+        if (entry.is_directory() && entry.path().filename() != "Shared") {
+            chosen = entry.path().string();
+            ++users;
         }
-        home = users == 1 ? chosen : root + "/Users/" + (account.name.empty() ? "user" : account.name);
     }
+    return users == 1 ? chosen : root + "/Users/" + (account.name.empty() ? "user" : account.name);
+}
+
+// A sandbox may fix the clock, so that runs against it are repeatable.
+std::function<double()> clockFor(bool sandbox, const std::string& fixed) {
+    if (sandbox && !fixed.empty()) {
+        char* end = nullptr;
+        errno = 0;
+        const double t = std::strtod(fixed.c_str(), &end);
+        if (errno == 0 && end && *end == '\0') return [t] { return t; };
+    }
+    return realNow;
+}
+
+}  // namespace
+
+std::shared_ptr<Host> hostFromEnvironment(const std::map<std::string, std::string>& environment) {
+    auto h = std::make_shared<Host>();
+    h->environment = environment;
+#ifdef __APPLE__
+    h->platform = Platform::mac;
+#else
+    h->platform = Platform::linux;
+#endif
+    const std::string platform = valueOf(environment, "BRIMSTELL_PLATFORM");
+    if (platform == "mac") h->platform = Platform::mac;
+    if (platform == "linux") h->platform = Platform::linux;
+
+    h->uid = getuid();
+    const Account account = accountOf(h->uid);
+    h->root = rootFrom(valueOf(environment, "BRIMSTELL_ROOT"));
+    h->sandbox = h->root != "/";
+
+    std::string home = files::trimTrailingSlashes(valueOf(environment, "HOME"));
+    if (home.empty()) home = account.home;
+    if (h->sandbox && !isInside(home, h->root)) home = sandboxHome(h->root, account);
     h->home = home;
     if (h->sandbox) {
         h->userName = std::filesystem::path(home).filename().string();
     } else {
-        h->userName = !account.name.empty() ? account.name : get("USER");
+        h->userName = !account.name.empty() ? account.name : valueOf(environment, "USER");
     }
     h->executableDir = executableFolder();
-
-    // A sandbox may fix the clock, so that runs against it are repeatable.
-    const std::string fixed = get("BRIMSTELL_NOW");
-    if (h->sandbox && !fixed.empty()) {
-        char* end = nullptr;
-        errno = 0;
-        const double t = std::strtod(fixed.c_str(), &end);
-        if (errno == 0 && end && *end == '\0') {
-            h->clock = [t] { return t; };
-        }
-    }
-    if (!h->clock) h->clock = realNow;
+    h->clock = clockFor(h->sandbox, valueOf(environment, "BRIMSTELL_NOW"));
     return h;
 }
 
