@@ -10,7 +10,7 @@
 #include "kit/agent/AgentReportText.hpp"
 #include "kit/agent/AgentService.hpp"
 #include "kit/agent/CronSchedule.hpp"
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"
 

@@ -5,7 +5,7 @@
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
 #include "cli/Spinner.hpp"
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "kit/cleaning/AutoClean.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "kit/cleaning/CleanLock.hpp"

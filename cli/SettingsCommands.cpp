@@ -8,7 +8,7 @@
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
 #include "cli/ValueParsing.hpp"
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"
 

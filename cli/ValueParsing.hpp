@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "support/settings/Value.hpp"
 
 namespace cli {

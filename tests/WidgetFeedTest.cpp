@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "kit/agent/WidgetFeed.hpp"
+#include "kit/widget/WidgetFeed.hpp"
 #include "shared/widget/WidgetSnapshot.hpp"
 #include "support/TestSupport.hpp"
 #include "support/posix/Files.hpp"

@@ -7,8 +7,8 @@
 #include <fmt/format.h>
 
 #include "kit/agent/LoginItemWatch.hpp"
-#include "kit/agent/SettingsKeys.hpp"
-#include "kit/agent/WidgetFeed.hpp"
+#include "kit/settings/SettingsKeys.hpp"
+#include "kit/widget/WidgetFeed.hpp"
 #include "kit/cleaning/AutoClean.hpp"
 #include "kit/cleaning/JunkModel.hpp"
 #include "kit/cleaning/JunkScanner.hpp"

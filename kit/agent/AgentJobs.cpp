@@ -1,6 +1,6 @@
 #include "kit/agent/AgentJob.hpp"
 
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
 #include "kit/cleaning/JunkModel.hpp"

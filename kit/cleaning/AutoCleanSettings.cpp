@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "support/settings/SettingsStore.hpp"
 

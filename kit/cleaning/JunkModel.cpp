@@ -4,8 +4,8 @@
 #include <set>
 #include <utility>
 
-#include "kit/agent/SettingsKeys.hpp"
-#include "kit/agent/WidgetFeed.hpp"
+#include "kit/settings/SettingsKeys.hpp"
+#include "kit/widget/WidgetFeed.hpp"
 #include "kit/cleaning/AutoCleanRules.hpp"
 #include "kit/cleaning/CleanLock.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"

@@ -1,9 +1,9 @@
-#include "kit/agent/WidgetFeed.hpp"
+#include "kit/widget/WidgetFeed.hpp"
 
 #include <algorithm>
 #include <cctype>
 
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 #include "shared/widget/WidgetSnapshot.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"

@@ -1,4 +1,4 @@
-#include "kit/agent/SettingsKeys.hpp"
+#include "kit/settings/SettingsKeys.hpp"
 
 #include <string>
 
