@@ -47,14 +47,14 @@ TEST(JunkCli, ListsWhatAScanFound) {
     EXPECT_EQ(r.status, 0);
     // The folder's own block counts with its file: 204,800 + 4,096 bytes.
     EXPECT_EQ(r.output,
-              "  [x] Other App Caches     209 kB  1 item\n"
+              "  [x] Other App Caches     205 kB  1 item\n"
               "  [x] Logs                 102 kB  1 item\n"
-              "Ticked: 311 kB. `brimstell clean` moves it to the Trash; `brimstell history` puts it back.\n");
+              "Ticked: 307 kB. `brimstell clean` moves it to the Trash; `brimstell history` puts it back.\n");
 
     r = s.run({"junk", "--json", "--items"});
     ASSERT_EQ(r.status, 0);
     const auto j = nlohmann::json::parse(r.output);
-    EXPECT_EQ(j["tickedBytes"], 311'296);
+    EXPECT_EQ(j["tickedBytes"], 307'200);
     ASSERT_EQ(j["categories"].size(), 2u);
     const auto& logs = j["categories"][1];
     EXPECT_EQ(logs["name"], "Logs");
@@ -99,8 +99,8 @@ TEST(JunkCli, CleanAsksChoosesAndMoves) {
     r = s.run({"clean", "--yes", "--json"});
     ASSERT_EQ(r.status, 0);
     const auto j = nlohmann::json::parse(r.output);
-    EXPECT_EQ(j["freedBytes"], 208'896);
-    EXPECT_EQ(j["message"], "Moved 209 kB to the Trash");
+    EXPECT_EQ(j["freedBytes"], 204'800);
+    EXPECT_EQ(j["message"], "Moved 205 kB to the Trash");
     EXPECT_FALSE(fs::exists(s.cache));
 }
 
@@ -122,12 +122,12 @@ TEST(JunkCli, AutoCleanSwitchesRunsAndPreviews) {
 
     r = s.run({"autoclean", "preview", "--json"});
     ASSERT_EQ(r.status, 0);
-    EXPECT_EQ(nlohmann::json::parse(r.output)["junkBytes"], 311'296);
+    EXPECT_EQ(nlohmann::json::parse(r.output)["junkBytes"], 307'200);
     EXPECT_TRUE(fs::exists(s.cache));
 
     r = s.run({"autoclean", "run"});
     EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.output, "Freed 311 kB\nEverything it moved is in History, ready to restore (brimstell history).\n");
+    EXPECT_EQ(r.output, "Freed 307 kB\nEverything it moved is in History, ready to restore (brimstell history).\n");
     EXPECT_FALSE(fs::exists(s.cache));
     EXPECT_FALSE(fs::exists(s.dir / "outbox.jsonl")) << "asked for by hand: no notification";
     EXPECT_EQ(s.run({"autoclean", "run"}).output, "Nothing to clean\n");

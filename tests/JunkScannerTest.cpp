@@ -36,6 +36,7 @@ constexpr double kDay = 86400;
 
 // Allocated bytes of everything at path, each inode once, links not followed: what a scan must
 // report for the item, counted here without the scanner's own walker.
+// What lies beneath a folder (its own blocks left out), or a file's own blocks.
 std::int64_t allocated(const std::string& path) {
     std::set<std::pair<dev_t, ino_t>> seen;
     std::int64_t sum = 0;
@@ -43,7 +44,8 @@ std::int64_t allocated(const std::string& path) {
         struct stat st{};
         if (::lstat(p.c_str(), &st) == 0 && seen.emplace(st.st_dev, st.st_ino).second) sum += st.st_blocks * 512;
     };
-    add(path);
+    struct stat top{};
+    if (::lstat(path.c_str(), &top) == 0 && !S_ISDIR(top.st_mode)) add(path);
     std::error_code ec;
     if (fs::is_directory(fs::symlink_status(path, ec))) {
         for (auto it = fs::recursive_directory_iterator(path, ec); !ec && it != fs::recursive_directory_iterator();
@@ -369,6 +371,17 @@ TEST(JunkScanner, BackupLabelFromARealInfoPlist) {
     ASSERT_EQ(categories.size(), 1u);
     EXPECT_EQ(locationsAndLabels(categories),
               (std::vector<std::pair<std::string, std::string>>{{h.at(backup), "iPhone · 2021-12-03"}}));
+}
+
+// A folder's size is what lies beneath it: an empty developer place measures 0 and isn't listed.
+TEST(JunkScanner, EmptyDeveloperPlacesAreLeftOut) {
+    Home h;
+    testing_support::makeFolders(h.at(".gradle/caches"));
+    testing_support::makeFolders(h.at(".npm/_cacache"));
+    h.folder("Library/Developer/Xcode/DerivedData/App-abc", 8192);
+    const auto found = byLocation(JunkScanner::scan(h.home, nullptr));
+    EXPECT_EQ(found.count(h.at(".gradle/caches")), 0u);
+    EXPECT_EQ(found.count(h.at(".npm/_cacache")), 0u);
 }
 
 TEST(JunkScanner, MissingOrEmptyHomeFindsNothing) {

@@ -315,7 +315,8 @@ void JunkScanner::measure(std::vector<JunkCategory>& categories) {
     const auto sizes = SizeWalker::walkMany(locations);
     std::size_t next = 0;
     for (auto& category : categories) {
-        for (auto& item : category.items) item.size = next < sizes.size() ? sizes[next++].bytes : 0;
+        // A folder is the sum of what lies beneath it, its own blocks left out: an empty one is 0.
+        for (auto& item : category.items) item.size = next < sizes.size() ? sizes[next++].beneath() : 0;
         if (isDeveloperCategory(category.name)) {
             std::erase_if(category.items, [](const FileItem& item) { return item.size <= 0; });
         }

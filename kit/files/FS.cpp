@@ -67,7 +67,8 @@ std::int64_t FS::fileSize(const std::string& path) {
 std::int64_t FS::size(const std::string& path) {
     struct stat st{};
     if (path.empty() || ::lstat(path.c_str(), &st) != 0) return 0;
-    if (S_ISDIR(st.st_mode)) return SizeWalker::walk(path).bytes;
+    // Everything beneath it: the folder's own blocks are not beneath it.
+    if (S_ISDIR(st.st_mode)) return SizeWalker::walk(path).beneath();
     return fileSize(path);
 }
 

@@ -115,6 +115,7 @@ bool look(int dirFd, const char* name, Info& out) {
 
 struct Totals {
     std::atomic<std::int64_t> bytes{0}, files{0}, folders{0}, unreadable{0};
+    std::int64_t topFolderBytes = 0;  // set before the walk starts
     void add(const SizeResult& r) {
         if (r.bytes) bytes.fetch_add(r.bytes, std::memory_order_relaxed);
         if (r.files) files.fetch_add(r.files, std::memory_order_relaxed);
@@ -315,6 +316,7 @@ void Walk::prepare(const std::vector<std::string>& paths, std::vector<Top>& tops
             if (!info.hasMount) rememberFolders_ = true;
             totals_[i].bytes += info.bytes;
             totals_[i].folders += 1;
+            totals_[i].topFolderBytes = info.bytes;
             auto node = std::make_shared<Node>();
             node->name = t.path;
             node->id = t.id;
@@ -343,6 +345,7 @@ std::vector<SizeResult> Walk::run(const std::vector<std::string>& paths) {
         results[i].files = totals_[i].files.load();
         results[i].folders = totals_[i].folders.load();
         results[i].unreadable = totals_[i].unreadable.load();
+        results[i].topFolderBytes = totals_[i].topFolderBytes;
     }
     return results;
 }

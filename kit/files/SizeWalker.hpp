@@ -25,6 +25,11 @@ struct SizeResult {
     std::int64_t files = 0;       // everything counted that is not a folder (files, links, devices…)
     std::int64_t folders = 0;     // folders counted, the top included
     std::int64_t unreadable = 0;  // folders whose entries could not be listed (in full)
+    std::int64_t topFolderBytes = 0;  // the top folder's own blocks (0 when the top is not a folder)
+
+    // What lies beneath a folder, the folder's own blocks left out: the size a folder is shown
+    // with (an empty folder is 0). For a file, its own size.
+    std::int64_t beneath() const { return bytes - topFolderBytes; }
 };
 
 struct SizeWalker {
