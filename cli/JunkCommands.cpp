@@ -101,7 +101,7 @@ void runJunk(bool json, bool withItems) {
     if (json) {
         Json cats = Json::array();
         for (const auto& c : model.cats) cats.push_back(categoryJson(c, withItems));
-        printJson(Json{{"categories", std::move(cats)}, {"tickedBytes", model.total}});
+        printJson(Json{{"categories", std::move(cats)}, {"tickedBytes", model.total}, {"movableBytes", model.movable}});
         return;
     }
     if (model.cats.empty()) {
@@ -111,6 +111,11 @@ void runJunk(bool json, bool withItems) {
     printCategories(model.cats, withItems);
     fmt::print("Ticked: {}. `brimstell clean` moves it to the Trash; `brimstell history` puts it back.\n",
                quorv::formatSize(model.total));
+    // Both figures only when they differ: the unticked items of ticked categories stay.
+    if (model.movable != model.total) {
+        fmt::print("A clean moves {} of it: the items unticked inside ticked categories stay.\n",
+                   quorv::formatSize(model.movable));
+    }
 }
 
 // Ticks exactly the named categories; false (and a message) for a name no category has.
@@ -127,7 +132,7 @@ bool chooseCategories(JunkModel& model, const std::vector<std::string>& names) {
     }
     const std::set<std::string> chosen(names.begin(), names.end());
     for (auto& c : model.cats) c.enabled = chosen.count(c.name) != 0;
-    model.total = JunkModel::tickedTotal(model.cats);
+    model.recount();
     return true;
 }
 
@@ -172,15 +177,15 @@ void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes,
         if (json) {
             Json cats = Json::array();
             for (const auto& c : ticked) cats.push_back(categoryJson(c, true));
-            printJson(Json{{"dryRun", true}, {"categories", std::move(cats)}, {"wouldFreeBytes", model.total}});
+            printJson(Json{{"dryRun", true}, {"categories", std::move(cats)}, {"wouldFreeBytes", model.movable}});
             return;
         }
         printCategories(ticked, true);
-        fmt::print("Would move {} ({}) to the Trash.\n", itemsText(items.size()), quorv::formatSize(model.total));
+        fmt::print("Would move {} ({}) to the Trash.\n", itemsText(items.size()), quorv::formatSize(model.movable));
         return;
     }
     if (!json) printCategories(ticked, false);
-    if (!goAhead(fmt::format("Move {} ({}) to the Trash?", itemsText(items.size()), quorv::formatSize(model.total)), yes,
+    if (!goAhead(fmt::format("Move {} ({}) to the Trash?", itemsText(items.size()), quorv::formatSize(model.movable)), yes,
                  "moving " + itemsText(items.size()), "Nothing moved.", exitCode)) {
         return;
     }

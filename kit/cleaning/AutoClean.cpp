@@ -32,7 +32,7 @@ JunkModel ownJunkModel() {
 void scanSafeJunk(JunkModel& model) {
     model.scan();
     model.cats = AutoCleanRules::defaultJunk(model.cats);
-    model.total = JunkModel::tickedTotal(model.cats);
+    model.recount();
 }
 
 std::string downloadsFolder() { return FS::home() + "/" + std::string(JunkCatalogue::downloadsFolder); }
@@ -148,7 +148,7 @@ AutoCleanPreview AutoClean::computePreview() {
         if (s.junk) {
             auto model = ownJunkModel();
             scanSafeJunk(model);
-            found.junk = model.total;
+            found.junk = model.movable;
         }
         const double now = quorv::host().now();
         if (s.emptyTrash) {

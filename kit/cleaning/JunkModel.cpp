@@ -55,6 +55,20 @@ std::int64_t JunkModel::tickedTotal(const std::vector<JunkCategory>& categories)
     return all.total();
 }
 
+std::int64_t JunkModel::categoriesTotal(const std::vector<JunkCategory>& categories) {
+    // Summed as one category so that a helper's absurd sizes stop at the largest value.
+    JunkCategory all;
+    for (const auto& c : categories) {
+        if (c.enabled) all.items.insert(all.items.end(), c.items.begin(), c.items.end());
+    }
+    return all.total();
+}
+
+void JunkModel::recount() {
+    total = categoriesTotal(cats);
+    movable = tickedTotal(cats);
+}
+
 std::int64_t JunkModel::autoCleanShare(const std::vector<JunkCategory>& categories) {
     return tickedTotal(AutoCleanRules::defaultJunk(categories));
 }
@@ -117,7 +131,7 @@ std::vector<FileItem> JunkModel::rootItems(bool adminEnabled) const {
 void JunkModel::settle(const std::vector<JunkCategory>& previous) {
     JunkCatalogue::defaultTicking(cats);
     keepChoices(previous);
-    total = tickedTotal(cats);
+    recount();
     WidgetFeed::update(autoCleanShare(cats), std::nullopt, std::nullopt);
 }
 
@@ -230,7 +244,7 @@ JunkCleanResult JunkModel::clean(const std::optional<std::string>& source) {
     for (auto& c : cats) {
         std::erase_if(c.items, [&](const FileItem& item) { return moved.count(matchKey(item.location)) != 0; });
     }
-    total = tickedTotal(cats);
+    recount();
     WidgetFeed::update(autoCleanShare(cats), std::nullopt, std::nullopt);
 
     message = resultLine(result.freed, result.skipped);

@@ -53,7 +53,8 @@ public:
     std::string activity;                // what a running scan is doing: "Looking for junk", …
     int progressDone = 0;                // the scan's stages done, of progressTotal
     int progressTotal = 0;
-    std::int64_t total = 0;              // the ticked items of the ticked categories
+    std::int64_t total = 0;              // the sizes of the ticked categories, whole
+    std::int64_t movable = 0;            // what a clean moves: the ticked items of the ticked categories
 
     // Called after every change of the state above: on the thread that drives the model, except the
     // scan's progress, which comes from the background pool while that thread waits for the scan.
@@ -76,6 +77,10 @@ public:
     static std::vector<FileItem> tickedItems(const std::vector<JunkCategory>& cats);
     // Their sizes added up.
     static std::int64_t tickedTotal(const std::vector<JunkCategory>& cats);
+    // The sizes of the ticked categories, every item counted.
+    static std::int64_t categoriesTotal(const std::vector<JunkCategory>& cats);
+    // Sets total and movable from cats.
+    void recount();
     // What Auto Clean would take of these categories: the ticked items of its categories.
     static std::int64_t autoCleanShare(const std::vector<JunkCategory>& cats);
     // A helper category as a row of the list: ticked, needing the helper.
