@@ -192,10 +192,16 @@ struct Node {
     std::shared_ptr<Held> pin;  // a top keeps its descriptor for the whole of its walk
 
     // Releases the chain of ancestors one by one: destroying a 10,000-deep chain recursively
-    // would run off the stack.
+    // would run off the stack. The next link is copied, never moved out of an ancestor: another
+    // thread may be reading that ancestor's link, and only its own destructor (which runs after
+    // every other owner has let go) may write it. Holding the copy keeps each release one level
+    // deep.
     ~Node() {
         std::shared_ptr<Node> p = std::move(parent);
-        while (p && p.use_count() == 1) p = std::move(p->parent);
+        while (p && p.use_count() == 1) {
+            std::shared_ptr<Node> next = p->parent;
+            p = std::move(next);
+        }
     }
 };
 
