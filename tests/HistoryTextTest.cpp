@@ -9,8 +9,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include "kit/files/HistoryDecoder.hpp"
 #include "kit/files/HistoryEntry.hpp"
 #include "support/text/JsonWriter.hpp"
+#include "support/text/TextHash.hpp"
 #include "support/text/Utf8.hpp"
 
 namespace {
@@ -76,6 +78,20 @@ TEST(HistoryText, WritesWhatTheTreeDumpsAndReadsBackEveryField) {
     EXPECT_EQ(brimstell::encodeHistory({}), "[]\n");
 }
 
+// Text is looked at eight bytes at a time: a character to escape, or one beyond ASCII, at every
+// place within and across those words is written as the tree dumps it and read back.
+TEST(HistoryText, EscapesAtEveryPlaceOfAWord) {
+    for (const std::string& odd : std::vector<std::string>{"\"", "\\", "\n", std::string(1, '\0'), "\x1f", "\x7f", "\xC3\xA9", "\xff"}) {
+        for (std::size_t at = 0; at <= 17; ++at) {
+            const std::string path = "/" + std::string(at, 'a') + odd + std::string(17 - at, 'b');
+            const std::vector<HistoryEntry> one{{id, path, {}, 1, 1, session, {}, {}, {}, {}}};
+            const std::string text = brimstell::encodeHistory(one);
+            ASSERT_EQ(text, treeEncode(one)) << at;
+            ASSERT_EQ(brimstell::decodeHistory(text), one) << at;
+        }
+    }
+}
+
 TEST(HistoryText, TheFileLooksAsItDid) {
     const HistoryEntry e{id, "/a\"b", {}, 7, 1790000000, session, {}, {}, FileID{1, 2}, {}};
     EXPECT_EQ(brimstell::encodeHistory({e}),
@@ -86,6 +102,18 @@ TEST(HistoryText, TheFileLooksAsItDid) {
     compact.beginObject().key("a").beginArray().endArray().key("b").beginObject().endObject();
     compact.key("c").null().key("d").number(-0.0).key("e").number(std::nan("")).endObject();
     EXPECT_EQ(compact.text(), R"({"a":[],"b":{},"c":null,"d":-0.0,"e":null})");
+}
+
+// The text read by the decoder as pieces cut at these places.
+std::optional<std::vector<HistoryEntry>> inPieces(std::string_view text, const std::vector<std::size_t>& cuts) {
+    brimstell::HistoryDecoder decoder;
+    std::size_t from = 0;
+    for (const std::size_t cut : cuts) {
+        decoder.feed(text.substr(from, cut - from));
+        from = cut;
+    }
+    decoder.feed(text.substr(from));
+    return decoder.finish();
 }
 
 // One entry whose members are `members`, after the required ones.
@@ -152,7 +180,49 @@ TEST(HistoryText, AcceptsAndRefusesWhatTheTreeReaderDid) {
         const auto ours = brimstell::decodeHistory(c.text);
         EXPECT_EQ(ours.has_value(), c.readable) << c.what;
         EXPECT_EQ(ours, treeDecode(c.text)) << c.what;
+        // The file is read in pieces: cut anywhere, the answer is the same.
+        for (std::size_t cut = 0; cut <= c.text.size(); ++cut) {
+            EXPECT_EQ(inPieces(c.text, {cut}), ours) << c.what << ", cut at " << cut;
+        }
     }
+}
+
+TEST(HistoryText, ReadInPiecesOfAnySizeGivesTheWholeTextsEntries) {
+    std::vector<HistoryEntry> list;
+    for (int n = 0; n < 5; ++n) {
+        list.push_back({id, "/Users/ann/\xC3\xA9 " + std::to_string(n), "/t\"" + std::to_string(n), n, 1790000000.5 + n,
+                        session, n % 2 ? std::optional<std::string>("Auto Clean") : std::nullopt, {}, FileID{n, 7u}, {}});
+    }
+    const std::string text = brimstell::encodeHistory(list);
+    for (const std::size_t size : {1, 2, 3, 7, 64, 100000}) {
+        std::vector<std::size_t> cuts;
+        for (std::size_t at = size; at < text.size(); at += size) cuts.push_back(at);
+        EXPECT_EQ(inPieces(text, cuts), list) << "pieces of " << size;
+    }
+    // Cut in two anywhere, and the last entry torn off: never read, whatever the cut.
+    const std::string torn = text.substr(0, text.size() - 20);
+    for (std::size_t cut = 0; cut <= torn.size(); ++cut) EXPECT_FALSE(inPieces(torn, {cut})) << cut;
+}
+
+TEST(HistoryText, TheTextsHashDoesNotDependOnItsPieces) {
+    std::string text;
+    for (int n = 0; n < 100; ++n) text += static_cast<char>(n * 37);
+    const std::uint64_t whole = quorv::TextHash::of(text);
+    for (std::size_t a = 0; a <= text.size(); a += 3) {
+        for (std::size_t b = a; b <= text.size(); b += 5) {
+            quorv::TextHash h;
+            h.update(text.substr(0, a));
+            h.update(text.substr(a, b - a));
+            h.update(text.substr(b));
+            ASSERT_EQ(h.value(), whole) << a << " " << b;
+        }
+    }
+    // Length counts: a text and the same with a NUL more differ, as do two one-byte changes.
+    EXPECT_NE(quorv::TextHash::of(text + '\0'), whole);
+    std::string changed = text;
+    changed[50] ^= 1;
+    EXPECT_NE(quorv::TextHash::of(changed), whole);
+    EXPECT_NE(quorv::TextHash::of(""), quorv::TextHash::of(std::string(1, '\0')));
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "support/TestSupport.hpp"
 #include "support/TrashTestSupport.hpp"
 #include "support/plist/Plist.hpp"
+#include "support/posix/AtomicFile.hpp"
 #include "support/posix/Files.hpp"
 #include "support/plist/PlistNesting.hpp"
 #include "support/settings/PlistFileStore.hpp"
@@ -206,7 +207,45 @@ TEST(HostileStateFiles, ReadRefusesWhatIsNotARegularFileAndSaysWhy) {
         EXPECT_EQ(text.has_value(), row.error == 0) << row.name << " capped at " << row.cap;
         EXPECT_EQ(row.error == 0 ? 0 : errno, row.error) << row.name << " capped at " << row.cap;
         EXPECT_EQ(text.value_or("0123456789"), "0123456789");
+        // Read in pieces (of 3 bytes, then 4): the same answers, and the pieces make the file.
+        std::string pieces;
+        errno = 0;
+        const bool whole = quorv::files::readInPieces(dir / row.name, row.cap, 3, [&](std::string_view piece, std::size_t) {
+            pieces += std::string(piece) + "|";
+            return std::size_t{4};
+        });
+        EXPECT_EQ(whole, row.error == 0) << row.name << " capped at " << row.cap;
+        EXPECT_EQ(row.error == 0 ? 0 : errno, row.error) << row.name << " in pieces, capped at " << row.cap;
+        EXPECT_EQ(whole ? pieces : "012|3456|789|", "012|3456|789|");
     }
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(folder)) names.push_back(e.path().filename().string());
+    return names;
+}
+
+// A file written in pieces appears whole on commit, and not at all (nor its temporary) otherwise.
+TEST(HostileStateFiles, AnAtomicFileIsWholeOrAbsent) {
+    testing_support::TempDir dir;
+    const std::string path = dir / "sub/state.json";
+    {
+        auto file = quorv::files::AtomicFile::create(path, 0600);
+        ASSERT_TRUE(file);
+        EXPECT_TRUE(file->write("half"));
+    }
+    EXPECT_EQ(namesIn(dir / "sub"), std::vector<std::string>{}) << "nothing left uncommitted";
+    testing_support::writeBytes(path, "old");
+    auto file = quorv::files::AtomicFile::create(path, 0600);
+    ASSERT_TRUE(file);
+    EXPECT_TRUE(file->write("new ") && file->write("text"));
+    EXPECT_EQ(quorv::files::read(path).value_or(""), "old") << "unchanged until the commit";
+    EXPECT_TRUE(file->commit());
+    EXPECT_EQ(quorv::files::read(path).value_or(""), "new text");
+    EXPECT_EQ(namesIn(dir / "sub"), std::vector<std::string>{"state.json"});
+    // A folder that can't be made: a file stands where it would go.
+    EXPECT_FALSE(quorv::files::AtomicFile::create(path + "/below", 0600));
 }
 
 // The depth limit is 512 levels: 512 nested arrays still read, 513 don't, in every format.

@@ -13,7 +13,6 @@
 #include "kit/cleaning/JunkModel.hpp"
 #include "kit/cleaning/JunkScanner.hpp"
 #include "kit/files/FS.hpp"
-#include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/PlatformWords.hpp"
 #include "support/notify/Notify.hpp"
@@ -126,7 +125,7 @@ void AgentRun::diskHealth() {
 
 void AgentRun::loginItems() {
     if (!isDue(AgentJob::loginItems)) return;
-    const auto current = quorv::Background::await([] { return LoginItemWatch::current(); });
+    const auto current = LoginItemWatch::current();
     std::optional<std::set<std::string>> previous;
     if (auto list = settings.stringArray(keys::loginItems)) previous.emplace(list->begin(), list->end());
     const auto added = LoginItemWatch::added(previous, current);
@@ -164,7 +163,7 @@ void AgentRun::autoClean() {
 void AgentRun::measureJunk() {
     if (!(now - settings.number(keys::junkMeasured) > Agent::junkMeasureInterval)) return;
     const std::string home = FS::home();
-    junk = quorv::Background::await([&] { return JunkModel::autoCleanShare(JunkScanner::scan(home)); });
+    junk = JunkModel::autoCleanShare(JunkScanner::scan(home));
     settings.set(keys::junkMeasured, now);
     settingsChanged = true;
     report.notes.push_back("junk: " + quorv::formatSize(*junk) + " that Auto Clean may take");
@@ -185,7 +184,7 @@ AgentReport Agent::run() {
 
     if (run.isDue(AgentJob::lowDisk)) {
         const std::string startup = quorv::host().path("/");
-        run.lowDisk(quorv::Background::await([&] { return FS::volumeStats(startup); }));
+        run.lowDisk(FS::volumeStats(startup));
     }
     run.batteryWorn();
     run.diskHealth();

@@ -11,23 +11,25 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <numeric>
 #include <set>
 
 #include <fmt/format.h>
 
 #include "kit/files/FS.hpp"
 #include "kit/files/FileEvents.hpp"
+#include "kit/files/HistoryDecoder.hpp"
 #include "kit/files/MoverGuard.hpp"
 #include "support/posix/LinkSafe.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/PlatformWords.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/posix/FileLock.hpp"
+#include "support/posix/AtomicFile.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/UniqueFd.hpp"
 #include "support/text/JsonReader.hpp"
 #include "support/text/JsonWriter.hpp"
+#include "support/text/TextHash.hpp"
 #include "support/text/Uuid.hpp"
 
 namespace brimstell {
@@ -113,7 +115,6 @@ std::size_t cutPoint(const std::string& s, std::size_t limit) {
     return cut;
 }
 
-std::size_t textHash(const std::string& text) { return std::hash<std::string>{}(text); }
 
 }  // namespace
 
@@ -163,26 +164,53 @@ History& History::shared() {
 
 std::string History::lockPath() const { return quorv::files::parentOf(file_) + "/history.lock"; }
 
+// The file's entries read as the text comes, in pieces, with the stamp of the whole text; the
+// stamp also when the file was read but isn't a history, none (errno tells why) when it couldn't
+// be read.
+std::optional<std::vector<HistoryEntry>> readHistory(const std::string& file, std::optional<History::Stamp>& stamp) {
+    constexpr std::size_t piece = 512 * 1024;
+    HistoryDecoder decoder;
+    quorv::TextHash hash;
+    std::size_t length = 0;
+    stamp.reset();
+    const auto take = [&](std::string_view text, std::size_t size) {
+        if (length == 0) decoder.expect(size);
+        hash.update(text);
+        length += text.size();
+        return decoder.feed(text) ? decoder.wanted(piece) : piece;
+    };
+    if (!quorv::files::readInPieces(file, maxFileBytes, piece, take)) return std::nullopt;
+    stamp = History::Stamp{length, hash.value()};
+    return decoder.finish();
+}
+
 // Reads the file when its text changed since it was last read or written. A file that can't be
 // read or decoded is set aside under the lock and the history starts empty.
 void History::refreshLocked(bool haveFileLock) {
     // A FIFO, a device or a link in the file's place is unreadable (set aside below), never waited on.
-    const std::optional<std::string> text = quorv::files::read(file_, maxFileBytes);
-    if (!text && errno == ENOENT) {
+    std::optional<Stamp> stamp;
+    std::optional<std::vector<HistoryEntry>> decoded;
+    if (stamp_) {
+        // Read before: the text is looked at whole first, and decoded only when it changed.
+        if (const auto text = quorv::files::read(file_, maxFileBytes)) {
+            stamp = Stamp{text->size(), quorv::TextHash::of(*text)};
+            if (stamp == stamp_) return;
+            decoded = decodeHistory(*text);
+        }
+    } else {
+        decoded = readHistory(file_, stamp);
+    }
+    if (!stamp && errno == ENOENT) {
         entries_.clear();
         stamp_.reset();
         blocked_ = false;
         return;
     }
-    if (text) {
-        const std::pair<std::size_t, std::size_t> stamp{text->size(), textHash(*text)};
-        if (stamp_ == stamp) return;
-        if (auto decoded = decodeHistory(*text)) {
-            entries_ = std::move(*decoded);
-            stamp_ = stamp;
-            blocked_ = false;
-            return;
-        }
+    if (decoded) {
+        entries_ = std::move(*decoded);
+        stamp_ = stamp;
+        blocked_ = false;
+        return;
     }
     if (!haveFileLock) {
         // Set it aside only under the lock, after reading it once more: a writer may have just
@@ -213,9 +241,17 @@ bool History::setAsideLocked() {
 bool History::saveLocked() {
     entries_ = pruned(std::move(entries_), quorv::host().now());
     if (blocked_) return false;
-    const std::string text = encodeHistory(entries_);
-    if (!quorv::files::writeAtomically(file_, text, 0600)) return false;
-    stamp_ = std::make_pair(text.size(), textHash(text));
+    auto out = quorv::files::AtomicFile::create(file_, 0600);
+    if (!out) return false;
+    quorv::TextHash hash;
+    std::size_t length = 0;
+    const bool written = writeHistory(entries_, [&](std::string_view piece) {
+        hash.update(piece);
+        length += piece.size();
+        return out->write(piece);
+    });
+    if (!written || !out->commit()) return false;
+    stamp_ = Stamp{length, hash.value()};
     return true;
 }
 
@@ -447,22 +483,22 @@ bool History::markRestored(const std::string& id, const std::string& to) {
 
 std::vector<HistoryEntry> History::pruned(std::vector<HistoryEntry> entries, double now) {
     std::erase_if(entries, [now](const HistoryEntry& e) { return !(now - e.date < keptSeconds); });
-    if (entries.size() > maxEntries) {
-        // The newest by date; of equal dates the later one in the list is the newer.
-        std::vector<std::size_t> order(entries.size());
-        std::iota(order.begin(), order.end(), std::size_t{0});
-        std::stable_sort(order.begin(), order.end(),
-                         [&](std::size_t a, std::size_t b) { return entries[a].date < entries[b].date; });
-        std::vector<bool> drop(entries.size(), false);
-        for (std::size_t k = 0; k < entries.size() - maxEntries; ++k) drop[order[k]] = true;
-        std::size_t kept = 0;
-        for (std::size_t i = 0; i < entries.size(); ++i) {
-            if (drop[i]) continue;
-            if (kept != i) entries[kept] = std::move(entries[i]);
-            ++kept;
-        }
-        entries.resize(kept);
+    if (entries.size() <= maxEntries) return entries;
+    // The oldest by date go; of equal dates the earlier one in the list is the older. Only which
+    // ones go matters, so they are picked, not sorted.
+    std::vector<std::pair<double, std::size_t>> order(entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) order[i] = {entries[i].date, i};
+    const auto cut = order.begin() + static_cast<std::ptrdiff_t>(entries.size() - maxEntries);
+    std::nth_element(order.begin(), cut, order.end());
+    std::vector<bool> drop(entries.size(), false);
+    for (auto it = order.begin(); it != cut; ++it) drop[it->second] = true;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (drop[i]) continue;
+        if (kept != i) entries[kept] = std::move(entries[i]);
+        ++kept;
     }
+    entries.resize(kept);
     return entries;
 }
 

@@ -121,6 +121,9 @@ public:
     };
     EntryStatus status(const HistoryEntry& entry, TrashListings& listings);
 
+    // What a history file held: its length and a hash of its text.
+    using Stamp = std::pair<std::size_t, std::uint64_t>;
+
     // Entries less than 90 days old, and of those at most the 20,000 newest, in their order.
     static std::vector<HistoryEntry> pruned(std::vector<HistoryEntry> entries, double now);
 
@@ -147,8 +150,7 @@ private:
     std::mutex mutex_;
     std::string file_;
     std::vector<HistoryEntry> entries_;
-    // What the file held when last read or written: its length and a hash of its text.
-    std::optional<std::pair<std::size_t, std::size_t>> stamp_;
+    std::optional<Stamp> stamp_;  // what the file held when last read or written
     bool blocked_ = false;  // a bad file could not be set aside: never write over it
 };
 

@@ -1,5 +1,6 @@
 #include "kit/files/HistoryEntry.hpp"
 
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -48,14 +49,15 @@ bool getOptionalString(const Json& j, const char* key, std::optional<std::string
 }  // namespace
 
 bool isUuid(std::string_view s) {
-    if (s.size() != 36) return false;
+    // Read for two ids of every entry of the history: one table lookup a character.
+    static constexpr auto hex = [] {
+        std::array<bool, 256> t{};
+        for (const char c : std::string_view("0123456789abcdefABCDEF")) t[static_cast<unsigned char>(c)] = true;
+        return t;
+    }();
+    if (s.size() != 36 || s[8] != '-' || s[13] != '-' || s[18] != '-' || s[23] != '-') return false;
     for (std::size_t i = 0; i < s.size(); ++i) {
-        const char c = s[i];
-        if (i == 8 || i == 13 || i == 18 || i == 23) {
-            if (c != '-') return false;
-        } else if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F'))) {
-            return false;
-        }
+        if (!hex[static_cast<unsigned char>(s[i])] && i != 8 && i != 13 && i != 18 && i != 23) return false;
     }
     return true;
 }

@@ -2,6 +2,7 @@
 // One moved item of the cleaning history, and the JSON form of the history file.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -58,6 +59,8 @@ struct HistoryEntry {
 // The history file: a JSON array of entries. decode gives nullopt for anything else, or when one
 // entry can't be read: such a file is not to be trusted, and is set aside whole.
 std::string encodeHistory(const std::vector<HistoryEntry>& entries);
+// The same text handed to sink in pieces; false as soon as sink returns false.
+bool writeHistory(const std::vector<HistoryEntry>& entries, const std::function<bool(std::string_view)>& sink);
 std::optional<std::vector<HistoryEntry>> decodeHistory(std::string_view text);
 
 // True for the upper- or lower-case form 8-4-4-4-12 hexadecimal digits.

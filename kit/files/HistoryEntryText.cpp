@@ -3,12 +3,13 @@
 // of 20,000 entries is read and written on every clean).
 
 #include <array>
+#include <functional>
 #include <limits>
 
+#include "kit/files/HistoryDecoder.hpp"
 #include "kit/files/HistoryEntry.hpp"
 #include "support/text/JsonReader.hpp"
 #include "support/text/JsonWriter.hpp"
-#include "support/text/Nesting.hpp"
 #include "support/text/Utf8.hpp"
 
 namespace brimstell {
@@ -37,8 +38,10 @@ constexpr std::array<std::string_view, keyCount> keyNames{
     "originalBytes", "trashedBytes", "restoredBytes", "volume", "file"};
 
 int keyOf(const std::string& name, int from, int to) {
+    // Looked up for every member of every entry: length and first letter before the bytes.
     for (int k = from; k < to; ++k) {
-        if (keyNames[static_cast<std::size_t>(k)] == name) return k;
+        const std::string_view candidate = keyNames[static_cast<std::size_t>(k)];
+        if (candidate.size() == name.size() && candidate[0] == name[0] && candidate == name) return k;
     }
     return -1;
 }
@@ -174,33 +177,37 @@ std::optional<HistoryEntry> HistoryEntry::read(JsonReader& in) {
     return fromFields(fields);
 }
 
-std::string encodeHistory(const std::vector<HistoryEntry>& entries) {
-    JsonWriter out(2, entries.size() * 480 + 16);
+bool writeHistory(const std::vector<HistoryEntry>& entries, const std::function<bool(std::string_view)>& sink) {
+    // Written out in pieces of about this size, so a history of thousands of entries never sits
+    // whole in memory a second time.
+    constexpr std::size_t piece = 256 * 1024;
+    JsonWriter out(2, piece + 4096);
     out.beginArray();
     for (const auto& e : entries) {
         out.beginObject();
         e.writeMembers(out);
         out.endObject();
+        if (out.text().size() >= piece && !out.drain(sink)) return false;
     }
     out.endArray();
-    std::string text = out.take();
-    text += '\n';
+    return out.drain([&](std::string_view rest) { return sink(rest) && sink("\n"); });
+}
+
+std::string encodeHistory(const std::vector<HistoryEntry>& entries) {
+    std::string text;
+    text.reserve(entries.size() * 480 + 16);
+    writeHistory(entries, [&](std::string_view piece) {
+        text.append(piece);
+        return true;
+    });
     return text;
 }
 
 std::optional<std::vector<HistoryEntry>> decodeHistory(std::string_view text) {
-    if (!quorv::nesting::jsonWithin(text)) return std::nullopt;
-    JsonReader in(text);
-    if (!in.beginArray()) return std::nullopt;
-    std::vector<HistoryEntry> entries;
-    entries.reserve(text.size() / 400 + 1);
-    while (in.nextElement()) {
-        auto e = HistoryEntry::read(in);
-        if (!e) return std::nullopt;
-        entries.push_back(std::move(*e));
-    }
-    if (in.failed() || !in.atEnd()) return std::nullopt;
-    return entries;
+    HistoryDecoder decoder;
+    decoder.expect(text.size());
+    decoder.feed(text);
+    return decoder.finish();
 }
 
 }  // namespace brimstell

@@ -93,7 +93,12 @@ std::optional<WidgetSnapshot> WidgetSnapshot::fromJson(const std::string& text) 
 
 bool WidgetSnapshot::write(const std::string& containerPath) const {
     if (!quorv::files::makeFolders(containerPath, 0755)) return false;
-    return quorv::files::writeAtomically(containerPath + "/" + fileName, json(), 0644);
+    // A copy of what the agent works out again every hour: replaced atomically, not synced, and
+    // left alone when it already says the same (a new file every run costs more than the run).
+    const std::string path = containerPath + "/" + fileName;
+    const std::string text = json();
+    if (quorv::files::read(path, 1 << 20) == text) return true;
+    return quorv::files::writeAtomically(path, text, 0644, quorv::files::Sync::cache);
 }
 
 std::optional<WidgetSnapshot> WidgetSnapshot::read(const std::string& containerPath) {

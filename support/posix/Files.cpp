@@ -4,12 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <random>
 
-#include <fmt/format.h>
-
+#include "support/posix/AtomicFile.hpp"
 #include "support/posix/UniqueFd.hpp"
 
 namespace quorv::files {
@@ -31,36 +30,77 @@ std::string nameOf(const std::string& path) {
     return slash == std::string::npos ? path : path.substr(slash + 1);
 }
 
-std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes) {
+namespace {
+
+// The regular file at name, opened to read, and its size; an invalid descriptor with errno set
+// as read() says.
+UniqueFd openRegular(int dirFd, const std::string& name, std::size_t maxBytes, struct stat& st) {
     UniqueFd fd(::openat(dirFd, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY));
-    if (!fd) return std::nullopt;
-    struct stat st{};
-    if (::fstat(fd.get(), &st) != 0) return std::nullopt;
+    if (!fd || ::fstat(fd.get(), &st) != 0) return UniqueFd();
     if (!S_ISREG(st.st_mode)) {
         errno = EINVAL;
-        return std::nullopt;
+        return UniqueFd();
     }
     if (static_cast<std::uintmax_t>(st.st_size) > maxBytes) {
         errno = EFBIG;
-        return std::nullopt;
+        return UniqueFd();
     }
-    std::string out;
-    out.reserve(static_cast<std::size_t>(st.st_size));  // one allocation for a file read whole
-    char buf[65536];
+    return fd;
+}
+
+}  // namespace
+
+bool readInPieces(const std::string& path, std::size_t maxBytes, std::size_t firstPiece,
+                  const std::function<std::size_t(std::string_view, std::size_t)>& take) {
+    struct stat st{};
+    const UniqueFd fd = openRegular(AT_FDCWD, path, maxBytes, st);
+    if (!fd) return false;
+    std::string buffer;
+    std::size_t total = 0;
+    for (std::size_t want = firstPiece;;) {
+        buffer.resize(std::max<std::size_t>(want, 1));
+        const ssize_t n = ::read(fd.get(), buffer.data(), buffer.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return false;
+        total += static_cast<std::size_t>(n);
+        if (total > maxBytes) {
+            errno = EFBIG;
+            return false;
+        }
+        if (n == 0) return true;
+        want = take(std::string_view(buffer.data(), static_cast<std::size_t>(n)), static_cast<std::size_t>(st.st_size));
+    }
+}
+
+std::optional<std::string> readAt(int dirFd, const std::string& name, std::size_t maxBytes) {
+    struct stat st{};
+    const UniqueFd fd = openRegular(dirFd, name, maxBytes, st);
+    if (!fd) return std::nullopt;
+    // Read straight into the string, sized to the file; a file that grows meanwhile is read on,
+    // within the cap.
+    std::string out(static_cast<std::size_t>(st.st_size) + 1, '\0');
+    std::size_t used = 0;
     for (;;) {
-        const ssize_t n = ::read(fd.get(), buf, sizeof buf);
+        if (used == out.size()) {
+            if (out.size() > maxBytes) {
+                errno = EFBIG;
+                return std::nullopt;
+            }
+            out.resize(std::min(out.size() * 2, std::max(maxBytes, maxBytes + 1)));
+        }
+        const ssize_t n = ::read(fd.get(), out.data() + used, out.size() - used);
         if (n < 0) {
             if (errno == EINTR) continue;
             return std::nullopt;
         }
         if (n == 0) break;
-        // The file may grow while it is read: the cap holds for what is read, too.
-        if (out.size() + static_cast<std::size_t>(n) > maxBytes) {
-            errno = EFBIG;
-            return std::nullopt;
-        }
-        out.append(buf, static_cast<std::size_t>(n));
+        used += static_cast<std::size_t>(n);
     }
+    if (used > maxBytes) {
+        errno = EFBIG;
+        return std::nullopt;
+    }
+    out.resize(used);
     return out;
 }
 
@@ -92,25 +132,9 @@ bool writeAll(int fd, std::string_view data) {
     return true;
 }
 
-bool writeAtomically(const std::string& path, std::string_view data, mode_t mode) {
-    const std::string folder = parentOf(path);
-    if (!makeFolders(folder, 0755)) return false;
-    thread_local std::mt19937_64 rng{std::random_device{}()};
-    const std::string temp = fmt::format("{}/.{}.{}.{:x}.tmp", folder, nameOf(path), ::getpid(), rng());
-    UniqueFd fd(::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, mode));
-    if (!fd) return false;
-    if (!writeAll(fd.get(), data) || ::fsync(fd.get()) != 0) {
-        ::unlink(temp.c_str());
-        return false;
-    }
-    fd.reset();
-    if (::rename(temp.c_str(), path.c_str()) != 0) {
-        ::unlink(temp.c_str());
-        return false;
-    }
-    UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir) ::fsync(dir.get());
-    return true;
+bool writeAtomically(const std::string& path, std::string_view data, mode_t mode, Sync sync) {
+    auto file = AtomicFile::create(path, mode);
+    return file && file->write(data) && file->commit(sync);
 }
 
 bool appendRecord(const std::string& path, std::string_view record, mode_t mode) {

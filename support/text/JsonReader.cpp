@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <system_error>
 
+#include "support/text/JsonScan.hpp"
 #include "support/text/Nesting.hpp"
 #include "support/text/Utf8.hpp"
 
@@ -45,6 +46,13 @@ double JsonReader::Number::asDouble() const {
 
 JsonReader::JsonReader(std::string_view text) : text_(text) {
     if (text_.substr(0, 3) == "\xEF\xBB\xBF") pos_ = 3;
+}
+
+JsonReader JsonReader::insideArray(std::string_view text, bool first) {
+    JsonReader in(std::string_view{});
+    in.text_ = text;
+    in.first_.push_back(first);
+    return in;
 }
 
 bool JsonReader::fail() {
@@ -167,15 +175,10 @@ bool JsonReader::readString(std::string& out) {
     if (!expect('"')) return false;
     for (;;) {
         const std::size_t start = pos_;
-        unsigned char high = 0;  // any byte above ASCII: only then is the run checked for UTF-8
-        while (pos_ < text_.size()) {
-            const auto c = static_cast<unsigned char>(text_[pos_]);
-            if (c == '"' || c == '\\' || c < 0x20) break;
-            high |= c & 0x80;
-            ++pos_;
-        }
+        std::uint64_t high = 0;  // any byte above ASCII: only then is the run checked for UTF-8
+        pos_ = jsonscan::special(text_, pos_, high);
         const std::string_view run = text_.substr(start, pos_ - start);
-        if (pos_ >= text_.size() || (high != 0 && !isValidUtf8(run))) return fail();
+        if (pos_ >= text_.size() || ((high & jsonscan::highs) != 0 && !isValidUtf8(run))) return fail();
         out.append(run);
         const char c = text_[pos_++];
         if (c == '"') return true;

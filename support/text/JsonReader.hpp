@@ -29,6 +29,9 @@ public:
     };
 
     explicit JsonReader(std::string_view text);
+    // A reader of the rest of an array whose text was cut at an element boundary: as if its '['
+    // (and the elements before, when first is false) had been read. No byte order mark is looked for.
+    static JsonReader insideArray(std::string_view text, bool first);
 
     // What the next value is, from its first character; nothing is consumed.
     Kind peek();
@@ -50,6 +53,8 @@ public:
     // True when only white space is left (and nothing failed).
     bool atEnd();
     bool failed() const { return failed_; }
+    // How far into the text the reader has come.
+    std::size_t position() const { return pos_; }
 
 private:
     bool fail();

@@ -5,6 +5,7 @@
 
 #include <nlohmann/json.hpp>  // its shortest-form double printer, so numbers match its dump
 
+#include "support/text/JsonScan.hpp"
 #include "support/text/Utf8.hpp"
 
 namespace quorv {
@@ -62,20 +63,17 @@ JsonWriter& JsonWriter::string(std::string_view text) {
 // The escapes nlohmann writes: the two-letter ones, and \u00xx in lower case for the other
 // control characters; everything else as it is.
 void JsonWriter::escaped(std::string_view text) {
-    bool ascii = true;
-    for (const char c : text) ascii &= static_cast<unsigned char>(c) < 0x80;
-    if (!ascii && !isValidUtf8(text)) {
+    if (!jsonscan::isAscii(text) && !isValidUtf8(text)) {
         escaped(validUtf8(text));
         return;
     }
     static constexpr char hex[] = "0123456789abcdef";
     out_ += '"';
+    std::uint64_t high = 0;
     std::size_t start = 0;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        const auto c = static_cast<unsigned char>(text[i]);
-        if (c >= 0x20 && c != '"' && c != '\\') continue;
+    for (std::size_t i; (i = jsonscan::special(text, start, high)) < text.size(); start = i + 1) {
         out_.append(text.substr(start, i - start));
-        start = i + 1;
+        const auto c = static_cast<unsigned char>(text[i]);
         switch (c) {
             case '"': out_ += "\\\""; break;
             case '\\': out_ += "\\\\"; break;

@@ -37,6 +37,14 @@ public:
 
     const std::string& text() const { return out_; }
     std::string take() { return std::move(out_); }
+    // Hands what is written so far to sink and goes on from an empty buffer, so that a long
+    // document can be written out in pieces; what sink returns.
+    template <typename Sink>
+    bool drain(Sink&& sink) {
+        const bool ok = sink(std::string_view(out_));
+        out_.clear();
+        return ok;
+    }
 
 private:
     void beforeValue();

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 
 namespace quorv {
 
@@ -45,6 +46,12 @@ constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxy
 
 bool isValidUtf8(std::string_view s) {
     for (std::size_t i = 0; i < s.size();) {
+        // ASCII eight bytes at a time: most text is.
+        std::uint64_t w = 0;
+        if (i + 8 <= s.size() && (std::memcpy(&w, s.data() + i, 8), (w & 0x8080808080808080ull) == 0)) {
+            i += 8;
+            continue;
+        }
         const std::size_t n = sequenceLength(s, i);
         if (n == 0) return false;
         i += n;
