@@ -25,6 +25,7 @@
 #include "kit/files/History.hpp"
 #include "kit/files/MoverGuard.hpp"
 #include "kit/files/TrashBin.hpp"
+#include "kit/files/TrashRequest.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Files.hpp"
 #include "support/text/JsonWriter.hpp"
@@ -33,38 +34,10 @@
 
 namespace cli {
 
-// What became of one path handed to the privileged helper.
-struct HelperOutcome {
-    std::string path;
-    std::optional<std::string> trashed;  // where the helper put it
-    std::string reason;                  // why not, when it didn't
-};
-
 namespace {
 // What the history shows as the source of a clean from the command line.
 constexpr const char* commandLineSource = "Command line";
 }  // namespace
-
-// The seam to the privileged helper for paths the user's account can't move: the helper client
-// moves what it may and records the moves in the history as root entries itself.
-std::vector<HelperOutcome> handToHelper(const std::vector<std::string>& paths) {
-    std::vector<HelperOutcome> out;
-    out.reserve(paths.size());
-    if (paths.empty()) return out;
-    const auto moved = brimstell::Admin::moveToTrash(paths, std::string(commandLineSource));
-    for (const auto& p : paths) {
-        if (!brimstell::Admin::canTrash(p)) {
-            out.push_back({p, std::nullopt, "It is protected: the helper never touches it."});
-        } else if (!moved) {
-            out.push_back({p, std::nullopt, "needs admin access"});
-        } else if (auto it = moved->find(p); it != moved->end()) {
-            out.push_back({p, it->second, ""});
-        } else {
-            out.push_back({p, std::nullopt, "The helper could not move it."});
-        }
-    }
-    return out;
-}
 
 namespace {
 
@@ -89,17 +62,6 @@ std::string absolute(const std::string& given) {
     const std::string folder(real);
     if (dots) return folder;
     return (folder == "/" ? "" : folder) + "/" + name;
-}
-
-// Whether renaming path out of its folder needs more than this account may do: a folder it can't
-// write, or a sticky folder (such as /tmp) where neither the folder nor the item is its own.
-bool userCannotMove(const std::string& path) {
-    const std::string folder = quorv::files::parentOf(path);
-    if (::access(folder.c_str(), W_OK | X_OK) != 0) return errno == EACCES || errno == EROFS || errno == EPERM;
-    struct stat dir{}, item{};
-    if (::stat(folder.c_str(), &dir) != 0 || ::lstat(path.c_str(), &item) != 0) return false;
-    const uid_t me = quorv::host().uid;
-    return (dir.st_mode & S_ISVTX) && me != 0 && dir.st_uid != me && item.st_uid != me;
 }
 
 // ---- size ----
@@ -158,127 +120,49 @@ void runSize(const std::vector<std::string>& paths, bool json, bool exactBytes, 
 
 // ---- trash ----
 
-struct TrashLine {
-    std::string path;
-    std::optional<std::string> trashed;
-    std::int64_t size = 0;
-    std::string reason;         // why it was not moved
-    std::string withFolder;     // listed inside another listed path: moved (or not) with that one
-};
-
-// True when folder is a path above path (or the same path written another way, with a final "/").
-bool holds(const std::string& folder, const std::string& path) {
-    std::string f = folder, p = path;
-    while (f.size() > 1 && f.back() == '/') f.pop_back();
-    while (p.size() > 1 && p.back() == '/') p.pop_back();
-    return p == f || (p.size() > f.size() && p.compare(0, f.size(), f) == 0 && p[f.size()] == '/');
-}
-
-// One line per path given: refused at once, or handed to our own mover or to the helper.
-std::vector<TrashLine> sortOut(const std::vector<std::string>& given, std::vector<std::string>& ours,
-                               std::vector<std::string>& helpers) {
-    std::vector<TrashLine> lines;
-    for (const auto& g : given) {
-        TrashLine line;
-        line.path = absolute(g);
-        struct stat st{};
-        if (auto why = brimstell::MoverGuard::refusal(line.path)) {
-            line.reason = *why;
-        } else if (::lstat(line.path.c_str(), &st) != 0) {
-            line.reason = "Nothing is there.";
-        } else if (userCannotMove(line.path)) {
-            helpers.push_back(line.path);
-        } else {
-            ours.push_back(line.path);
-        }
-        lines.push_back(std::move(line));
-    }
-    return lines;
-}
-
-// What became of each line: moved by us or the helper, refused by one of them, or left to the
-// listed path that holds it (which shares its fate).
-void fillOutcomes(std::vector<TrashLine>& lines, const brimstell::TrashResult& result,
-                  const std::vector<HelperOutcome>& helped) {
-    std::map<std::string, std::pair<std::string, std::int64_t>> movedTo;
-    for (const auto& m : result.moved) movedTo[m.original] = {m.trashed.value_or(std::string()), m.size};
-    std::map<std::string, HelperOutcome> byHelper;
-    for (const auto& outcome : helped) byHelper[outcome.path] = outcome;
-    std::vector<std::size_t> leftOut;
-    for (std::size_t i = 0; i < lines.size(); ++i) {
-        auto& line = lines[i];
-        if (!line.reason.empty()) continue;
-        if (auto it = movedTo.find(line.path); it != movedTo.end()) {
-            line.trashed = it->second.first;
-            line.size = it->second.second;
-        } else if (auto h = byHelper.find(line.path); h != byHelper.end()) {
-            line.trashed = h->second.trashed;
-            line.reason = h->second.reason;
-        } else if (auto r = result.reasons.find(line.path); r != result.reasons.end()) {
-            line.reason = r->second;
-        } else {
-            leftOut.push_back(i);  // its folder (or the same path) is listed too
-        }
-    }
-    for (auto i : leftOut) {
-        auto& line = lines[i];
-        for (std::size_t k = 0; k < lines.size(); ++k) {
-            const auto& other = lines[k];
-            if (k == i || (!other.trashed && other.reason.empty()) || !holds(other.path, line.path)) continue;
-            line.withFolder = other.path;
-            line.reason = other.reason;
-            break;
-        }
-        if (line.withFolder.empty()) line.reason = "It was not moved.";
-    }
-}
-
-void printTrashLines(const std::vector<TrashLine>& lines, std::int64_t freed, bool json) {
+void printTrashOutcomes(const brimstell::TrashResult& result, bool json) {
     if (json) {
         Json items = Json::array();
-        for (const auto& line : lines) {
+        for (const auto& o : result.outcomes) {
             Json item = Json::object();
-            putPath(item, "path", line.path);
-            item["moved"] = line.reason.empty();
-            if (!line.withFolder.empty()) putPath(item, "movedWithPath", line.withFolder);
-            if (line.trashed) {
-                putPath(item, "trashPath", *line.trashed);
-                item["bytes"] = line.size;
+            putPath(item, "path", o.path);
+            item["moved"] = o.reason.empty();
+            if (!o.movedWith.empty()) putPath(item, "movedWithPath", o.movedWith);
+            if (o.trashed) {
+                putPath(item, "trashPath", *o.trashed);
+                item["bytes"] = o.size;
             } else {
-                item["reason"] = line.reason;
+                item["reason"] = o.reason;
             }
             items.push_back(std::move(item));
         }
-        printJson(Json{{"items", std::move(items)}, {"freedBytes", freed}});
+        printJson(Json{{"items", std::move(items)}, {"freedBytes", result.freed}});
         return;
     }
     std::size_t movedCount = 0;
-    for (const auto& line : lines) {
-        if (line.trashed) {
+    for (const auto& o : result.outcomes) {
+        if (o.trashed) {
             ++movedCount;
-            fmt::print("{}: moved to {}\n", shownPath(line.path), shownPath(*line.trashed));
-        } else if (line.reason.empty()) {
-            fmt::print("{}: moved with {}\n", shownPath(line.path), shownPath(line.withFolder));
+            fmt::print("{}: moved to {}\n", shownPath(o.path), shownPath(*o.trashed));
+        } else if (o.reason.empty()) {
+            fmt::print("{}: moved with {}\n", shownPath(o.path), shownPath(o.movedWith));
         } else {
-            fmt::print("{}: not moved: {}\n", line.path.empty() ? "\"\"" : shownPath(line.path), line.reason);
+            fmt::print("{}: not moved: {}\n", o.path.empty() ? "\"\"" : shownPath(o.path), o.reason);
         }
     }
-    if (movedCount > 0) fmt::print("Freed {}.\n", quorv::formatSize(freed));
+    if (movedCount > 0) fmt::print("Freed {}.\n", quorv::formatSize(result.freed));
 }
 
 void runTrash(const std::vector<std::string>& given, bool json, int& exitCode) {
-    std::vector<std::string> ours, helpers;
-    auto lines = sortOut(given, ours, helpers);
+    std::vector<std::string> paths;
+    for (const auto& g : given) paths.push_back(absolute(g));
     brimstell::TrashResult result;
-    if (!ours.empty()) {
+    {
         Spinner spinner("Moving to the Trash…");
-        result = brimstell::FS::trash(ours, {}, std::string(commandLineSource));
+        result = brimstell::trashRequest(paths, commandLineSource);
     }
-    fillOutcomes(lines, result, handToHelper(helpers));
-    for (const auto& line : lines) {
-        if (!line.reason.empty()) exitCode = 1;
-    }
-    printTrashLines(lines, result.freed, json);
+    if (!result.failed.empty()) exitCode = 1;
+    printTrashOutcomes(result, json);
 }
 
 // ---- history ----

@@ -85,6 +85,14 @@ TEST(FSTrash, AFolderAndWhatIsInsideItMoveOnce) {
     EXPECT_EQ(r.freed, folderSize + siblingSize);
     EXPECT_EQ(r.moved[0].trashed, m.home(".Trash/app"));
     EXPECT_EQ(readText(m.home(".Trash/app/sub/b")), std::string(70'000, 'x'));
+    // One outcome per path given, in order: the held ones name the listed path they moved with.
+    using Outcome = brimstell::TrashOutcome;
+    EXPECT_EQ(r.outcomes, (std::vector<Outcome>{{inner, {}, 0, "", folder},
+                                                {folder, m.home(".Trash/app"), folderSize, "", ""},
+                                                {folder + "/a", {}, 0, "", folder},
+                                                {sibling, m.home(".Trash/app2"), siblingSize, "", ""},
+                                                {folder + "/", {}, 0, "", folder},
+                                                {folder, {}, 0, "", folder}}));
 
     const auto entries = History::shared().entries();
     ASSERT_EQ(entries.size(), 2u);
@@ -124,10 +132,16 @@ TEST(FSTrash, AFailureStopsNothingAndEveryCallIsPosted) {
     auto observation = FileEvents::observe(FileEvents::sweepDidClean, [&posts] { ++posts; });
 
     const std::string missing = m.home("Documents/gone"), kept = m.file("Documents/kept", 100);
-    const auto r = FS::trash(std::vector<std::string>{missing, kept});
+    const auto r = FS::trash(std::vector<std::string>{missing, kept, missing + "/inside"});
     EXPECT_EQ(originals(r), std::vector<std::string>{kept});
     EXPECT_EQ(r.failed, std::vector<std::string>{missing});
     EXPECT_EQ(r.reasons.at(missing), "It could not be moved (No such file or directory).");
+    ASSERT_EQ(r.outcomes.size(), 3u);
+    EXPECT_EQ(r.outcomes[0].reason, "It could not be moved (No such file or directory).");
+    EXPECT_FALSE(r.outcomes[0].moved());
+    EXPECT_TRUE(r.outcomes[1].moved());
+    EXPECT_EQ(r.outcomes[2].movedWith, missing);
+    EXPECT_EQ(r.outcomes[2].reason, "It could not be moved (No such file or directory).") << "shares its folder's fate";
     EXPECT_EQ(posts, 1);
 
     FS::trash(std::vector<std::string>{});

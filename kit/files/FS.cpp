@@ -13,7 +13,7 @@
 #include <mutex>
 #include <system_error>
 #include <future>
-#include <unordered_set>
+#include <unordered_map>
 
 #include "kit/files/FileEvents.hpp"
 #include "kit/files/History.hpp"
@@ -181,26 +181,6 @@ std::string comparable(const std::string& path) {
     return out;
 }
 
-// Indices of the paths to move: the first of each path, and none whose ancestor is listed.
-std::vector<std::size_t> withoutDescendants(const std::vector<std::string>& paths) {
-    std::vector<std::string> keys;
-    keys.reserve(paths.size());
-    for (const auto& p : paths) keys.push_back(comparable(p));
-    const std::unordered_set<std::string> listed(keys.begin(), keys.end());
-    std::unordered_set<std::string> taken;
-    std::vector<std::size_t> kept;
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        const std::string& k = keys[i];
-        if (!taken.insert(k).second) continue;  // an empty path stays, for the mover to refuse
-        bool inside = false;
-        for (std::size_t slash = k.find('/', 1); slash != std::string::npos && !inside; slash = k.find('/', slash + 1)) {
-            inside = listed.count(k.substr(0, slash)) > 0;
-        }
-        if (!inside) kept.push_back(i);
-    }
-    return kept;
-}
-
 std::optional<FileID> identityAt(const std::string& path) {
     struct stat st{};
     if (::lstat(path.c_str(), &st) != 0) return std::nullopt;
@@ -251,6 +231,28 @@ std::vector<T> inOrder(std::vector<std::pair<std::size_t, T>> indexed) {
     return out;
 }
 
+// One outcome per path given, in order, from what moved (by index) and why the rest didn't.
+std::vector<TrashOutcome> outcomesOf(const std::vector<std::string>& paths, const std::vector<std::size_t>& holder,
+                                     const std::vector<std::pair<std::size_t, MovedItem>>& moved,
+                                     const std::map<std::string, std::string>& reasons) {
+    std::vector<TrashOutcome> out(paths.size());
+    std::vector<bool> wasMoved(paths.size(), false);
+    for (const auto& [index, item] : moved) {
+        wasMoved[index] = true;
+        out[index].trashed = item.trashed;
+        out[index].size = item.size;
+    }
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        const std::size_t h = holder[i];
+        out[i].path = paths[i];
+        if (h != i) out[i].movedWith = paths[h];
+        if (wasMoved[h]) continue;
+        const auto why = reasons.find(paths[h]);
+        out[i].reason = why != reasons.end() ? why->second : "It could not be moved to the Trash.";
+    }
+    return out;
+}
+
 constexpr const char* syncedReason = "It is synced to the cloud: removing it here would remove it everywhere.";
 constexpr const char* noTrashReason = "There is no Trash to move it to.";
 
@@ -287,9 +289,35 @@ std::optional<std::string> moveJournalled(quorv::TrashBackend& trash, History& h
 
 }  // namespace
 
+std::vector<std::size_t> FS::holdersOf(const std::vector<std::string>& paths) {
+    std::unordered_map<std::string, std::size_t> first;
+    std::vector<std::string> keys;
+    keys.reserve(paths.size());
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        keys.push_back(comparable(paths[i]));
+        first.emplace(keys.back(), i);  // an empty path stays, for the mover to refuse
+    }
+    std::vector<std::size_t> holder(paths.size());
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        const std::string& k = keys[i];
+        holder[i] = first.at(k);
+        for (std::size_t slash = k.find('/', 1); slash != std::string::npos; slash = k.find('/', slash + 1)) {
+            if (const auto it = first.find(k.substr(0, slash)); it != first.end()) {
+                holder[i] = it->second;
+                break;
+            }
+        }
+    }
+    return holder;
+}
+
 TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std::string, std::int64_t>& sizes,
                       const std::optional<std::string>& source) {
-    const std::vector<std::size_t> kept = withoutDescendants(paths);
+    const std::vector<std::size_t> holder = holdersOf(paths);
+    std::vector<std::size_t> kept;
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+        if (holder[i] == i) kept.push_back(i);
+    }
     const auto trashBackend = quorv::host().trash;
 
     History& history = History::shared();
@@ -337,6 +365,7 @@ TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std:
 
     TrashResult result;
     result.freed = freed;
+    result.outcomes = outcomesOf(paths, holder, moved, reasons);
     result.moved = inOrder(std::move(moved));
     result.failed = inOrder(std::move(failed));
     result.reasons = std::move(reasons);

@@ -68,6 +68,10 @@ struct FS {
     // Failures never stop the others and never throw: they come back in failed, with reasons.
     static TrashResult trash(const std::vector<std::string>& paths, const std::map<std::string, std::int64_t>& sizes = {},
                              const std::optional<std::string>& source = std::nullopt);
+    // For each path, the index of the listed path it moves with: its own, the first listing of
+    // the same path (doubled or trailing slashes aside), or its outermost listed ancestor. Only
+    // paths that are their own holder move; the others share that one's fate.
+    static std::vector<std::size_t> holdersOf(const std::vector<std::string>& paths);
     // The same over scanners' items, with their known sizes: one call of the mover, so one clean
     // is one session of the history. Of items listed twice, the first one's size counts.
     static TrashResult trash(const std::vector<FileItem>& items, const std::optional<std::string>& source = std::nullopt);
