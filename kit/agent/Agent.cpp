@@ -12,6 +12,7 @@
 #include "kit/cleaning/AutoClean.hpp"
 #include "kit/cleaning/JunkModel.hpp"
 #include "kit/cleaning/JunkScanner.hpp"
+#include "kit/cleaning/Leftovers.hpp"
 #include "kit/files/FS.hpp"
 #include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
@@ -124,6 +125,36 @@ void AgentRun::diskHealth() {
     }
 }
 
+std::optional<std::pair<std::string, std::string>> Agent::leftoversAlert(const std::vector<LeftoverGroup>& groups) {
+    LeftoverGroup all;
+    for (const auto& g : groups) all.items.insert(all.items.end(), g.items.begin(), g.items.end());
+    const std::int64_t total = all.size();
+    if (groups.empty() || total <= leftoversAlertBytes) return std::nullopt;
+    const std::string size = quorv::formatSize(total);
+    return std::pair{groups.size() == 1 ? groups[0].name + " left " + size + " behind" : "Removed apps left " + size + " behind",
+                     std::string("Open Brimstell → Applications → Leftovers to clear it.")};
+}
+
+void AgentRun::leftovers() {
+    if (!isDue(AgentJob::leftovers)) return;
+    const auto current = quorv::Background::await([] { return Leftovers::installedIDs(); });
+    if (const auto previous = settings.stringArray(keys::installedApps)) {
+        const bool someGone = std::any_of(previous->begin(), previous->end(),
+                                          [&](const std::string& id) { return current.count(id) == 0; });
+        // Every group found counts, not only those of the apps just removed.
+        if (someGone) {
+            const std::string library = quorv::host().inHome("Library");
+            const auto groups = quorv::Background::await([&] { return Leftovers::find(library, current); });
+            report.notes.push_back(fmt::format("leftovers: an app has gone; {} removed app(s) left files behind", groups.size()));
+            if (const auto a = Agent::leftoversAlert(groups)) alert(a->first, a->second);
+        }
+    } else {
+        report.notes.push_back(fmt::format("leftovers: recorded {} installed apps to compare with next time", current.size()));
+    }
+    settings.set(keys::installedApps, quorv::Value::strings({current.begin(), current.end()}));
+    settingsChanged = true;
+}
+
 void AgentRun::loginItems() {
     if (!isDue(AgentJob::loginItems)) return;
     const auto current = quorv::Background::await([] { return LoginItemWatch::current(); });
@@ -189,6 +220,7 @@ AgentReport Agent::run() {
     }
     run.batteryWorn();
     run.diskHealth();
+    run.leftovers();
     run.loginItems();
     run.autoClean();
     run.measureJunk();
