@@ -159,7 +159,7 @@ std::map<std::string, std::string> SandboxMac::environment() const {
 
 void SandboxMac::addSampleContent() {
     // Programs that start with the Mac.
-    addLaunchItem("~/Library/LaunchAgents", "com.example.updater", "/Applications/Example.app/Contents/MacOS/updater");
+    addLaunchItem("~/Library/LaunchAgents", "com.example.editor.updater", "/Applications/Example.app/Contents/MacOS/updater");
     addLaunchItem("/Library/LaunchAgents", "com.example.menuhelper", "/Library/Application Support/Example/helper");
     addLaunchItem("/Library/LaunchDaemons", "com.example.backupd", "/Library/PrivilegedHelperTools/com.example.backupd");
 
