@@ -139,13 +139,17 @@ void AgentRun::leftovers() {
     if (!isDue(AgentJob::leftovers)) return;
     const auto current = quorv::Background::await([] { return Leftovers::installedIDs(); });
     if (const auto previous = settings.stringArray(keys::installedApps)) {
-        const bool someGone = std::any_of(previous->begin(), previous->end(),
-                                          [&](const std::string& id) { return current.count(id) == 0; });
+        const auto gone = std::count_if(previous->begin(), previous->end(),
+                                        [&](const std::string& id) { return current.count(id) == 0; });
         // Every group found counts, not only those of the apps just removed.
-        if (someGone) {
+        if (gone > 0) {
             const std::string library = quorv::host().inHome("Library");
             const auto groups = quorv::Background::await([&] { return Leftovers::find(library, current); });
-            report.notes.push_back(fmt::format("leftovers: an app has gone; {} removed app(s) left files behind", groups.size()));
+            LeftoverGroup all;
+            for (const auto& g : groups) all.items.insert(all.items.end(), g.items.begin(), g.items.end());
+            report.notes.push_back(fmt::format("leftovers: {} app{} gone since the last run; {} left by {} removed app{}",
+                                               gone, gone == 1 ? "" : "s", quorv::formatSize(all.size()), groups.size(),
+                                               groups.size() == 1 ? "" : "s"));
             if (const auto a = Agent::leftoversAlert(groups)) alert(a->first, a->second);
         }
     } else {
