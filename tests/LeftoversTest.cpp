@@ -239,4 +239,37 @@ TEST(AgentLeftovers, AlertTitlesAndTheBoundary) {
     }
 }
 
+// On Linux the leftovers are the data folders of Flatpak apps that were uninstalled.
+TEST(Leftovers, OnLinuxTheDataOfRemovedFlatpaks) {
+    testing_support::SandboxHost sh;
+    auto onLinux = std::make_shared<quorv::Host>(*sh.host);
+    onLinux->platform = quorv::Platform::linux;
+    quorv::HostScope scope(onLinux);
+    auto& mac = sh.mac;
+    const auto gone = mac.writeFileOfSize("~/.var/app/org.example.Gone/data/db", 50'000);
+    mac.writeFile("~/.var/app/org.gnome.Calculator/config/x", "kept");
+    mac.writeFile("~/.var/app/org.example.Extra/config/x", "kept");
+    mac.writeFile("~/.var/app/org.example.File", "not a folder");
+    mac.writeFile("~/.var/app/not an id/x", "not an identifier");
+    LeftoversModel before;
+    before.scan();
+    EXPECT_TRUE(before.groups.empty()) << "no Flatpak installation: what is installed can't be told";
+    EXPECT_EQ(before.status(), "No removed app left anything in ~/.var/app.");
+
+    mac.makeFolder("/var/lib/flatpak/app/org.gnome.Calculator/current");
+    mac.makeFolder("~/.local/share/flatpak/app/com.example.Mine");
+    mac.writeFile("/etc/flatpak/installations.d/extra.conf", "[Installation \"extra\"]\n  Path=/opt/flatpak\nDisplayName=Extra\n");
+    mac.makeFolder("/opt/flatpak/app/org.example.Extra");
+    EXPECT_EQ(Leftovers::installedIDs(),
+              (std::set<std::string>{"com.example.mine", "org.example.extra", "org.gnome.calculator"}));
+    const auto groups = Leftovers::findHere(Leftovers::installedIDs());
+    ASSERT_EQ(groups.size(), 1u);
+    EXPECT_EQ(groups[0].name, "Gone");
+    ASSERT_EQ(groups[0].items.size(), 1u);
+    EXPECT_EQ(groups[0].items[0].location, mac.home() + "/.var/app/org.example.Gone");
+    EXPECT_EQ(groups[0].items[0].label, "org.example.Gone");
+    EXPECT_GE(groups[0].items[0].size, 50'000);
+    (void)gone;
+}
+
 }  // namespace

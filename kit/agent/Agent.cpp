@@ -143,8 +143,7 @@ void AgentRun::leftovers() {
                                         [&](const std::string& id) { return current.count(id) == 0; });
         // Every group found counts, not only those of the apps just removed.
         if (gone > 0) {
-            const std::string library = quorv::host().inHome("Library");
-            const auto groups = quorv::Background::await([&] { return Leftovers::find(library, current); });
+            const auto groups = quorv::Background::await([&] { return Leftovers::findHere(current); });
             LeftoverGroup all;
             for (const auto& g : groups) all.items.insert(all.items.end(), g.items.begin(), g.items.end());
             report.notes.push_back(fmt::format("leftovers: {} app{} gone since the last run; {} left by {} removed app{}",

@@ -93,8 +93,76 @@ std::set<std::string> Leftovers::runningAppFolders(std::string_view psOutput) {
     return folders;
 }
 
+std::vector<std::string> Leftovers::flatpakInstallations() {
+    const auto& h = quorv::host();
+    std::vector<std::string> candidates = {h.path("/var/lib/flatpak"), h.inHome(".local/share/flatpak")};
+    // Further installations are named by "Path=" lines in the files of installations.d.
+    const auto conf = FolderListing::open(h.path("/etc/flatpak/installations.d"));
+    for (const auto& entry : conf ? FolderListing::list(conf.get()) : std::vector<FolderEntry>()) {
+        if (!entry.name.ends_with(".conf")) continue;
+        const auto text = FolderListing::readAt(conf.get(), entry.name, 1u << 16).value_or("");
+        std::size_t start = 0;
+        while (start < text.size()) {
+            std::size_t end = text.find('\n', start);
+            if (end == std::string::npos) end = text.size();
+            std::string_view line(text.data() + start, end - start);
+            while (!line.empty() && (line.front() == ' ' || line.front() == '\t')) line.remove_prefix(1);
+            if (line.starts_with("Path=/")) candidates.push_back(h.path(line.substr(5)));
+            start = end + 1;
+        }
+    }
+    std::vector<std::string> found;
+    for (const auto& c : candidates) {
+        if (FolderListing::open(c)) found.push_back(c);
+    }
+    return found;
+}
+
+std::vector<LeftoverGroup> Leftovers::findAppData(const std::string& folder, const std::set<std::string>& installed) {
+    std::vector<LeftoverGroup> groups;
+    const auto fd = FolderListing::open(folder);
+    for (const auto& entry : fd ? FolderListing::list(fd.get()) : std::vector<FolderEntry>()) {
+        const auto id = bundleID(entry.name);
+        if (!id || !entry.isFolder()) continue;
+        const std::string lower = quorv::lowerCased(*id);
+        if (isKept(lower, installed)) continue;
+        FileItem item;
+        item.location = folder + "/" + entry.name;
+        item.id = quorv::newUuid();
+        item.size = FS::size(item.location);
+        item.label = entry.name;
+        groups.push_back({lower, displayName(lower), {std::move(item)}});
+    }
+    std::stable_sort(groups.begin(), groups.end(),
+                     [](const LeftoverGroup& a, const LeftoverGroup& b) { return a.name < b.name; });
+    return groups;
+}
+
+std::vector<LeftoverGroup> Leftovers::findHere(const std::set<std::string>& installed) {
+    const auto& h = quorv::host();
+    if (h.isMac()) return find(h.inHome("Library"), installed);
+    if (flatpakInstallations().empty()) return {};
+    return findAppData(h.inHome(".var/app"), installed);
+}
+
+namespace {
+
+std::set<std::string> installedFlatpaks() {
+    std::set<std::string> ids;
+    for (const auto& installation : Leftovers::flatpakInstallations()) {
+        const auto apps = FolderListing::open(installation + "/app");
+        for (const auto& entry : apps ? FolderListing::listFolders(apps.get()) : std::vector<FolderEntry>()) {
+            if (const auto id = Leftovers::bundleID(entry.name)) ids.insert(quorv::lowerCased(*id));
+        }
+    }
+    return ids;
+}
+
+}  // namespace
+
 std::set<std::string> Leftovers::installedIDs() {
     const auto& h = quorv::host();
+    if (!h.isMac()) return installedFlatpaks();
     std::vector<std::string> apps =
         AppBundles::locations({h.path("/Applications"), h.path("/System/Applications"), h.inHome("Applications")}, true);
     // Decided: apps that are running count as installed too, wherever they run from (a disk

@@ -21,8 +21,18 @@ struct Leftovers {
 
     // The lower-cased identifiers of the installed apps: those in /Applications,
     // /System/Applications and ~/Applications (and their sub-folders one level down), and those of
-    // apps running from anywhere else.
+    // apps running from anywhere else. On Linux, the installed Flatpak apps.
     static std::set<std::string> installedIDs();
+    // The groups of leftovers on this host: find() over the home's Library on a Mac; on Linux the
+    // data folders (~/.var/app/<id>) of Flatpak apps that are no longer installed, which an
+    // uninstall leaves behind; nothing when no Flatpak installation can be found, since what is
+    // installed can't then be told.
+    static std::vector<LeftoverGroup> findHere(const std::set<std::string>& installed);
+    // The folders in folder named after an identifier that installed doesn't keep, a group each.
+    static std::vector<LeftoverGroup> findAppData(const std::string& folder, const std::set<std::string>& installed);
+    // The Flatpak installations on a Linux host: the system's, the user's, and those that
+    // /etc/flatpak/installations.d names; only those that exist.
+    static std::vector<std::string> flatpakInstallations();
     // The identifier an entry's name stands for ("com.example.app.plist" → "com.example.app"), or
     // nothing for a name that isn't one.
     static std::optional<std::string> bundleID(std::string_view name);

@@ -7,9 +7,14 @@
 #include "kit/files/FS.hpp"
 #include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
+#include "support/host/PlatformWords.hpp"
 #include "support/text/SizeText.hpp"
 
 namespace brimstell {
+
+std::string LeftoversModel::noneText() {
+    return "No removed app left anything in " + quorv::phrase(quorv::Phrase::yourLibrary, quorv::host()) + ".";
+}
 
 std::string LeftoversModel::confirmText(std::int64_t bytes) {
     return "Move " + quorv::formatSize(bytes) + " of leftovers to the Trash?";
@@ -35,15 +40,14 @@ std::string LeftoversModel::status() const {
     if (scanning) return lookingText;
     if (!scanned) return beforeScanText;
     if (message) return *message;
-    return groups.empty() ? noneText : "";
+    return groups.empty() ? noneText() : "";
 }
 
 void LeftoversModel::scan() {
     if (scanning) return;
     scanning = true;
     message.reset();
-    const std::string library = quorv::host().inHome("Library");
-    groups = quorv::Background::await([&] { return Leftovers::find(library, Leftovers::installedIDs()); });
+    groups = quorv::Background::await([] { return Leftovers::findHere(Leftovers::installedIDs()); });
     recount();
     scanning = false;
     scanned = true;

@@ -29,7 +29,7 @@ public:
     std::optional<std::string> message;  // the last clean's result line
     std::int64_t total = 0;              // the sizes of the ticked items
 
-    // Looks for leftovers in the home's Library against the installed apps.
+    // Looks for leftovers in the home's Library (on Linux, of Flatpak apps) against the installed apps.
     void scan();
     // Moves the ticked items to the Trash under the clean lock and records them in the cleaning
     // history (source "Leftovers"); what moved leaves the list.
@@ -41,7 +41,8 @@ public:
 
     static constexpr const char* source = "Leftovers";
     static constexpr const char* lookingText = "Looking for leftovers…";
-    static constexpr const char* noneText = "No removed app left anything in your Library.";
+    // "No removed app left anything in your Library." (on Linux, in ~/.var/app)
+    static std::string noneText();
     static constexpr const char* beforeScanText = "Click Scan to find what removed apps left behind.";
     static constexpr const char* confirmNote = "They stay restorable from Cleaning History until the Trash is emptied.";
     // "Move 12 MB of leftovers to the Trash?"
