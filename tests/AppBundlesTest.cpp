@@ -51,13 +51,6 @@ TEST(AppBundles, FoundAtTheTopAndOneFolderDownOnly) {
     EXPECT_EQ(std::find(entered.begin(), entered.end(), mac.path("/Applications/Tools/More/Gamma.app")), entered.end());
 }
 
-TEST(AppBundles, MissingPlacesGiveNothing) {
-    testing_support::SandboxHost sh;
-    quorv::HostScope scope(sh.host);
-    std::filesystem::remove_all(sh.mac.path("/Applications"));
-    EXPECT_TRUE(AppBundles::all(true).empty());
-}
-
 TEST(AppBundles, ReadsWhatTheUpdateCheckNeeds) {
     testing_support::SandboxHost sh;
     quorv::HostScope scope(sh.host);
@@ -76,8 +69,7 @@ TEST(AppBundles, ReadsWhatTheUpdateCheckNeeds) {
     EXPECT_EQ(s->version, "3.3.3");
     EXPECT_EQ(s->build, "333");
     EXPECT_TRUE(s->fromAppStore);
-    EXPECT_FALSE(s->feed);
-    EXPECT_FALSE(s->edKey);
+    EXPECT_FALSE(s->feed || s->edKey);
 
     const auto f = AppBundles::read(feed, false);
     ASSERT_TRUE(f);
@@ -97,6 +89,8 @@ TEST(AppBundles, ReadsWhatTheUpdateCheckNeeds) {
     EXPECT_EQ(n->name, "Shown");
     EXPECT_EQ(n->version, "");
     EXPECT_FALSE(AppBundles::read(mac.path("/Applications/Missing.app"), true));
+    std::filesystem::remove_all(mac.path("/Applications"));
+    EXPECT_TRUE(AppBundles::all(true).empty()) << "a place that can't be listed gives nothing";
 }
 
 TEST(AppBundles, FeedAddresses) {
