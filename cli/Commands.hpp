@@ -21,5 +21,7 @@ void addHelperCommands(CLI::App& app, int& exitCode);
 void addFilesCommands(CLI::App& app, int& exitCode);
 void addJunkCommands(CLI::App& app, int& exitCode);
 void addAutoCleanCommands(CLI::App& app, int& exitCode);
+void addAppsCommands(CLI::App& app, int& exitCode);
+void addLeftoversCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

@@ -56,6 +56,8 @@ int main(int argc, char** argv) {
     cli::addFilesCommands(app, exitCode);
     cli::addJunkCommands(app, exitCode);
     cli::addAutoCleanCommands(app, exitCode);
+    cli::addAppsCommands(app, exitCode);
+    cli::addLeftoversCommands(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);
     try {

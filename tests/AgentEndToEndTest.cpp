@@ -198,4 +198,39 @@ TEST(AgentEndToEnd, JunkIsMeasuredForTheWidgetAtMostEverySixHours) {
     EXPECT_GE(junk(), first + 2'000'000);
 }
 
+// The installed apps are remembered; leftovers are looked for only in a run that finds one gone.
+TEST(AgentEndToEnd, LeftoversAlertOnlyAfterAnAppIsRemoved) {
+    AgentSandbox s;
+    s.mac.addApp("/Applications/Photo Studio.app", {.bundleID = "com.example.PhotoStudio", .name = "Photo Studio"});
+    s.mac.addApp("/Applications/Utilities/Editor.app", {.bundleID = "com.example.editor", .name = "Editor"});
+    s.mac.writeFileOfSize("~/Library/Application Support/com.example.photostudio/Library.db", 6'000'000);
+    s.mac.writeFileOfSize("~/Library/Caches/com.old.thing/blob", 3'000'000);  // removed before the first run
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(s.settings().stringArray("agent.installedApps"),
+              (std::vector<std::string>{"com.example.editor", "com.example.photostudio"}));
+    EXPECT_TRUE(s.alerts().empty()) << "the first run only records";
+
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_TRUE(s.alerts().empty()) << "no app has gone: the Library isn't looked at";
+
+    std::filesystem::remove_all(s.mac.path("/Applications/Photo Studio.app"));
+    ASSERT_EQ(s.run().status, 0);
+    auto alerts = s.alerts();
+    ASSERT_EQ(alerts.size(), 1u);
+    const std::string title = alerts[0]["title"];
+    EXPECT_TRUE(title.starts_with("Removed apps left 9")) << title << ": both groups count, not only the app just gone";
+    EXPECT_TRUE(title.ends_with(" MB behind")) << title;
+    EXPECT_EQ(alerts[0]["body"], "Open Brimstell → Applications → Leftovers to clear it.");
+    EXPECT_EQ(s.settings().stringArray("agent.installedApps"), std::vector<std::string>{"com.example.editor"});
+
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(s.alerts().size(), 1u) << "gone once, alerted once";
+
+    s.settings().set("warnLeftovers", false);
+    s.mac.addApp("/Applications/Quiet.app", {.bundleID = "com.example.quiet", .name = "Quiet"});
+    ASSERT_EQ(s.run().status, 0);
+    EXPECT_EQ(s.settings().stringArray("agent.installedApps"), std::vector<std::string>{"com.example.editor"})
+        << "switched off: not looked at";
+}
+
 }  // namespace

@@ -129,6 +129,7 @@ TEST(CliEndToEnd, AgentRunSaysWhatItDid) {
     EXPECT_EQ(first.status, 0);
     EXPECT_EQ(first.output,
               "Jobs due: lowDisk, leftovers, loginItems\n"
+              "leftovers: recorded 0 installed apps to compare with next time\n"
               "login items: recorded 1 to compare with next time\n"
         "junk: 0 bytes that Auto Clean may take\n"
               "Alerts sent: none\n"
@@ -149,7 +150,7 @@ TEST(CliEndToEnd, DemoLaysOutASandboxAndPrintsItsVariables) {
                         "export BRIMSTELL_PLATFORM=mac\n"
                         "export BRIMSTELL_ROOT='" + where + "'\n"
                         "export HOME='" + where + "/Users/ann'\n");
-    EXPECT_TRUE(std::filesystem::exists(where + "/Users/ann/Library/LaunchAgents/com.example.updater.plist"));
+    EXPECT_TRUE(std::filesystem::exists(where + "/Users/ann/Library/LaunchAgents/com.example.editor.updater.plist"));
     EXPECT_TRUE(std::filesystem::exists(where + "/Applications/Example.app/Contents/Info.plist"));
     EXPECT_EQ(runProgram(BRIMSTELL_CLI_EXE, {"demo", where}, {}).status, 0) << "a demo Mac may be laid out again";
 

@@ -141,6 +141,11 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"trash-bin", "--json"},
         {"trash-bin", "--empty-older-than", "0", "--yes", "--json"},
         {"helper", "status", "--json"},
+        {"apps", "--apple", "--json"},
+        {"leftovers", "--json"},
+        {"leftovers", "clean", "--dry-run", "--json"},
+        {"leftovers", "clean", "--yes", "--json"},
+        {"versions", "compare", "--json", "1.0", "2.0"},
         {"demo", (s.dir / "demo"), "--json"},
     };
     for (const auto& args : commands) {

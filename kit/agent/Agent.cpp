@@ -12,6 +12,7 @@
 #include "kit/cleaning/AutoClean.hpp"
 #include "kit/cleaning/JunkModel.hpp"
 #include "kit/cleaning/JunkScanner.hpp"
+#include "kit/cleaning/Leftovers.hpp"
 #include "kit/files/FS.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/PlatformWords.hpp"
@@ -123,6 +124,39 @@ void AgentRun::diskHealth() {
     }
 }
 
+std::optional<std::pair<std::string, std::string>> Agent::leftoversAlert(const std::vector<LeftoverGroup>& groups) {
+    LeftoverGroup all;
+    for (const auto& g : groups) all.items.insert(all.items.end(), g.items.begin(), g.items.end());
+    const std::int64_t total = all.size();
+    if (groups.empty() || total <= leftoversAlertBytes) return std::nullopt;
+    const std::string size = quorv::formatSize(total);
+    return std::pair{groups.size() == 1 ? groups[0].name + " left " + size + " behind" : "Removed apps left " + size + " behind",
+                     std::string("Open Brimstell → Applications → Leftovers to clear it.")};
+}
+
+void AgentRun::leftovers() {
+    if (!isDue(AgentJob::leftovers)) return;
+    const auto current = Leftovers::installedIDs();
+    if (const auto previous = settings.stringArray(keys::installedApps)) {
+        const auto gone = std::count_if(previous->begin(), previous->end(),
+                                        [&](const std::string& id) { return current.count(id) == 0; });
+        // Every group found counts, not only those of the apps just removed.
+        if (gone > 0) {
+            const auto groups = Leftovers::findHere(current);
+            LeftoverGroup all;
+            for (const auto& g : groups) all.items.insert(all.items.end(), g.items.begin(), g.items.end());
+            report.notes.push_back(fmt::format("leftovers: {} app{} gone since the last run; {} left by {} removed app{}",
+                                               gone, gone == 1 ? "" : "s", quorv::formatSize(all.size()), groups.size(),
+                                               groups.size() == 1 ? "" : "s"));
+            if (const auto a = Agent::leftoversAlert(groups)) alert(a->first, a->second);
+        }
+    } else {
+        report.notes.push_back(fmt::format("leftovers: recorded {} installed apps to compare with next time", current.size()));
+    }
+    settings.set(keys::installedApps, quorv::Value::strings({current.begin(), current.end()}));
+    settingsChanged = true;
+}
+
 void AgentRun::loginItems() {
     if (!isDue(AgentJob::loginItems)) return;
     const auto current = LoginItemWatch::current();
@@ -188,6 +222,7 @@ AgentReport Agent::run() {
     }
     run.batteryWorn();
     run.diskHealth();
+    run.leftovers();
     run.loginItems();
     run.autoClean();
     run.measureJunk();

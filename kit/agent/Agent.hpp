@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "kit/agent/AgentJob.hpp"
+#include "kit/cleaning/LeftoverGroup.hpp"
 #include "kit/files/VolumeStats.hpp"
 #include "kit/health/HealthTypes.hpp"
 
@@ -46,6 +47,8 @@ public:
     void batteryWorn();
     // The failing-disk job over the run's disk reading.
     void diskHealth();
+    // The leftovers job: the installed apps remembered, and leftovers looked for when one has gone.
+    void leftovers();
     // The login-items job.
     void loginItems();
     // The Auto Clean job: one run, and its alert when it freed something.
@@ -80,6 +83,11 @@ struct Agent {
 
     // The latch keys of the rows whose job is not due, in table order.
     static std::vector<std::string> latchesToClear(const AgentJobSet& due);
+
+    // Leftovers of more than this many bytes in all are worth an alert.
+    static constexpr std::int64_t leftoversAlertBytes = 5'000'000;
+    // The alert (title, body) for the leftovers found, or none when they are too small to mention.
+    static std::optional<std::pair<std::string, std::string>> leftoversAlert(const std::vector<LeftoverGroup>& groups);
 
     // One whole run. Never throws; a reading that can't be taken makes its job do nothing.
     static AgentReport run();

@@ -11,6 +11,7 @@
 #include <fmt/format.h>
 
 #include "support/host/Host.hpp"
+#include "support/plist/Plist.hpp"
 #include "support/posix/Files.hpp"
 #include "support/posix/UniqueFd.hpp"
 
@@ -131,13 +132,34 @@ std::string SandboxMac::addFakeTool(std::string_view systemPath, std::string_vie
     return p;
 }
 
+std::string SandboxMac::addApp(std::string_view systemPath, const SandboxApp& app) {
+    quorv::Value::Dict info;
+    const auto put = [&info](const char* key, const std::string& value) {
+        if (!value.empty()) info.emplace_back(key, value);
+    };
+    put("CFBundleIdentifier", app.bundleID);
+    put("CFBundleName", app.name);
+    put("CFBundlePackageType", "APPL");
+    put("CFBundleShortVersionString", app.version);
+    put("CFBundleVersion", app.build);
+    put("SUFeedURL", app.feed);
+    put("SUPublicEDKey", app.edKey);
+    const quorv::Value plist(std::move(info));
+    const std::string folder(systemPath);
+    writeFile(folder + "/Contents/Info.plist", app.binary ? quorv::plist::toBinary(plist) : quorv::plist::toXml(plist));
+    const std::string executable = writeFile(folder + "/Contents/MacOS/" + (app.name.empty() ? "app" : app.name), "#!/bin/sh\n");
+    ::chmod(executable.c_str(), 0755);
+    if (app.fromAppStore) writeFile(folder + "/Contents/_MASReceipt/receipt", "receipt");
+    return path(systemPath);
+}
+
 std::map<std::string, std::string> SandboxMac::environment() const {
     return {{"BRIMSTELL_ROOT", root_}, {"BRIMSTELL_PLATFORM", "mac"}, {"HOME", home()}};
 }
 
 void SandboxMac::addSampleContent() {
     // Programs that start with the Mac.
-    addLaunchItem("~/Library/LaunchAgents", "com.example.updater", "/Applications/Example.app/Contents/MacOS/updater");
+    addLaunchItem("~/Library/LaunchAgents", "com.example.editor.updater", "/Applications/Example.app/Contents/MacOS/updater");
     addLaunchItem("/Library/LaunchAgents", "com.example.menuhelper", "/Library/Application Support/Example/helper");
     addLaunchItem("/Library/LaunchDaemons", "com.example.backupd", "/Library/PrivilegedHelperTools/com.example.backupd");
 
@@ -165,16 +187,34 @@ void SandboxMac::addSampleContent() {
         setTimes(path(folder), halfYearAgo);
     }
 
-    // An installed app.
-    writeFile("/Applications/Example.app/Contents/Info.plist",
-              "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-              "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-              "<plist version=\"1.0\">\n<dict>\n"
-              "\t<key>CFBundleIdentifier</key>\n\t<string>com.example.editor</string>\n"
-              "\t<key>CFBundleName</key>\n\t<string>Example</string>\n"
-              "\t<key>CFBundleShortVersionString</key>\n\t<string>2.4.1</string>\n"
-              "\t<key>CFBundleVersion</key>\n\t<string>241</string>\n"
-              "</dict>\n</plist>\n");
+    addSampleApps();
+}
+
+void SandboxMac::addSampleApps() {
+    // Apps with their own update feeds, from the App Store, one in a sub-folder, one in the home's
+    // Applications, Apple's own, and one too deep to be found.
+    addApp("/Applications/Example.app", {.bundleID = "com.example.editor", .name = "Example", .version = "2.4.1",
+                                         .build = "241", .feed = "https://updates.example.com/editor/appcast.xml",
+                                         .edKey = "Ddy5wePDO7kDtpd0s2Y8nGBgVR3HLs1p96Xvhg24/Vc="});
+    addApp("/Applications/Notebook.app", {.bundleID = "com.example.notebook", .name = "Notebook", .version = "5.1",
+                                          .build = "5104", .fromAppStore = true, .binary = true});
+    addApp("/Applications/Spotify.app", {.bundleID = "com.spotify.client", .name = "Spotify", .version = "1.2.31.1205",
+                                         .build = "120500", .feed = "  https://download.example.com/spotify/appcast.xml "});
+    addApp("/Applications/Utilities/Disk Inspector.app", {.bundleID = "com.example.diskinspector", .name = "Disk Inspector",
+                                                          .version = "1.0b3", .build = "103", .fromAppStore = true});
+    addApp("~/Applications/Sketchpad.app", {.bundleID = "com.example.sketchpad", .name = "Sketchpad", .version = "0.9",
+                                            .build = "9", .feed = "http://sketchpad.example.com/appcast.xml"});
+    addApp("/Applications/Safari.app", {.bundleID = "com.apple.Safari", .name = "Safari", .version = "17.1", .build = "19616.2.9"});
+    addApp("/Applications/Games/Old/Chess Classic.app", {.bundleID = "com.example.chess", .name = "Chess Classic", .version = "1.0"});
+
+    // What Photo Studio left behind when it was removed.
+    writeFileOfSize("~/Library/Application Support/com.example.photostudio/Library.db", 9'000'000);
+    writeFileOfSize("~/Library/Containers/com.example.photostudio/Data/Library/Previews/1.jpg", 2'500'000);
+    writeFile("~/Library/Preferences/com.example.photostudio.plist", "<plist><dict/></plist>\n");
+    writeFile("~/Library/Saved Application State/com.example.photostudio.savedState/windows.plist", "<plist/>\n");
+    // Kept: the preferences of installed apps, and Apple's own.
+    writeFile("~/Library/Preferences/com.example.editor.plist", "<plist><dict/></plist>\n");
+    writeFile("~/Library/Preferences/com.apple.finder.plist", "<plist><dict/></plist>\n");
 }
 
 }  // namespace brimstell

@@ -12,6 +12,18 @@
 
 namespace brimstell {
 
+// An app to put into a sandbox Mac; empty fields are left out of its Info.plist.
+struct SandboxApp {
+    std::string bundleID{};
+    std::string name{};         // CFBundleName
+    std::string version{};      // CFBundleShortVersionString
+    std::string build{};        // CFBundleVersion
+    std::string feed{};         // SUFeedURL
+    std::string edKey{};        // SUPublicEDKey
+    bool fromAppStore = false;  // with a Contents/_MASReceipt/receipt
+    bool binary = false;        // the Info.plist in the binary form
+};
+
 class SandboxMac {
 public:
     // Creates the skeleton under root (which may exist). user is the account's short name.
@@ -19,6 +31,9 @@ public:
 
     // Adds the demo's sample content: launch items, caches, logs, downloads, apps.
     void addSampleContent();
+    // The demo's apps (App Store ones, ones with feeds, one in a sub-folder, one too deep) and
+    // what a removed app left in the Library.
+    void addSampleApps();
 
     const std::string& root() const { return root_; }
     const std::string& user() const { return user_; }
@@ -41,6 +56,10 @@ public:
     // An executable script at a system path ("/usr/sbin/diskutil") that appends its arguments to
     // <root>/private/var/log/tools.log, one line per call, and runs body.
     std::string addFakeTool(std::string_view systemPath, std::string_view body);
+
+    // An app at a system path ("/Applications/Example.app", "~/Applications/X.app"), with its
+    // Contents/Info.plist and executable; returns its location.
+    std::string addApp(std::string_view systemPath, const SandboxApp& app);
 
     // The variables that point a command at this sandbox.
     std::map<std::string, std::string> environment() const;

@@ -54,6 +54,7 @@ const std::vector<PhraseRow>& phraseTable() {
         {Phrase::startupDisk, "Macintosh HD", ""},
         {Phrase::yourMac, "your Mac", "your computer"},
         {Phrase::finder, "Finder", "the file manager"},
+        {Phrase::yourLibrary, "your Library", "~/.var/app"},
     };
     return rows;
 }

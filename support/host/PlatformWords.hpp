@@ -15,6 +15,7 @@ enum class Phrase {
     startupDisk,  // "Macintosh HD": on Linux the volume's label, else its mount point
     yourMac,      // "your Mac": "your computer"
     finder,       // "Finder": "the file manager"
+    yourLibrary,  // "your Library": "~/.var/app", where Flatpak apps keep their data
 };
 
 struct PhraseRow {

@@ -7,9 +7,10 @@
 namespace quorv {
 
 namespace {
+constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+}  // namespace
 
-// Length of the well-formed sequence that starts at s[i], or 0 when there is none.
-std::size_t sequenceLength(std::string_view s, std::size_t i) {
+std::size_t utf8SequenceLength(std::string_view s, std::size_t i) {
     const auto c = static_cast<unsigned char>(s[i]);
     if (c < 0x80) return 1;
     std::size_t extra = 0;
@@ -40,10 +41,6 @@ std::size_t sequenceLength(std::string_view s, std::size_t i) {
     return extra + 1;
 }
 
-constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
-}  // namespace
-
 bool isValidUtf8(std::string_view s) {
     for (std::size_t i = 0; i < s.size();) {
         // ASCII eight bytes at a time: most text is.
@@ -52,7 +49,7 @@ bool isValidUtf8(std::string_view s) {
             i += 8;
             continue;
         }
-        const std::size_t n = sequenceLength(s, i);
+        const std::size_t n = utf8SequenceLength(s, i);
         if (n == 0) return false;
         i += n;
     }
@@ -63,7 +60,7 @@ std::string validUtf8(std::string_view s) {
     std::string out;
     out.reserve(s.size());
     for (std::size_t i = 0; i < s.size();) {
-        const std::size_t n = sequenceLength(s, i);
+        const std::size_t n = utf8SequenceLength(s, i);
         if (n == 0) {
             out += "\xEF\xBF\xBD";
             ++i;
