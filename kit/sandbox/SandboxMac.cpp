@@ -165,6 +165,10 @@ void SandboxMac::addSampleContent() {
         setTimes(path(folder), halfYearAgo);
     }
 
+    // A laptop's battery, somewhat worn, and an NVMe start-up disk.
+    addBattery();
+    addDisk();
+
     // An installed app.
     writeFile("/Applications/Example.app/Contents/Info.plist",
               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
