@@ -21,5 +21,6 @@ void addHelperCommands(CLI::App& app, int& exitCode);
 void addFilesCommands(CLI::App& app, int& exitCode);
 void addJunkCommands(CLI::App& app, int& exitCode);
 void addAutoCleanCommands(CLI::App& app, int& exitCode);
+void addHealthCommand(CLI::App& app, int& exitCode);
 
 }  // namespace cli

@@ -56,6 +56,7 @@ int main(int argc, char** argv) {
     cli::addFilesCommands(app, exitCode);
     cli::addJunkCommands(app, exitCode);
     cli::addAutoCleanCommands(app, exitCode);
+    cli::addHealthCommand(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);
     try {

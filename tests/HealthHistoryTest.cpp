@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "kit/health/HealthChart.hpp"
 #include "kit/health/HealthForecast.hpp"
 #include "kit/health/HealthHistory.hpp"
 #include "support/TestSupport.hpp"
@@ -180,6 +181,21 @@ TEST(HealthForecast, TheMonthTheTrendCrosses80Percent) {
         EXPECT_EQ(f.crossing, c.crossing) << c.name;
         EXPECT_EQ(f.message, c.message) << c.name;
     }
+}
+
+TEST(HealthChart, TwoPointsAtLeastAndTheLatestColumnsOnly) {
+    const auto cal = utcCalendar();
+    EXPECT_EQ(brimstell::HealthChart::lines(line(1, 0.9, 0), cal),
+              std::vector<std::string>{"A reading is kept each day. The chart appears once there are two."});
+    EXPECT_EQ(brimstell::HealthChart::lines({}, cal).size(), 1u);
+    // 100 days from 1.0 down to 0.505: the scale reaches down to 50%, the last 10 days drawn, the
+    // blanks at the end of a line left off.
+    const auto chart = brimstell::HealthChart::lines(line(100, 1.0, 0.005), cal, 10, 2);
+    EXPECT_EQ(chart, (std::vector<std::string>{
+                         " 100% │",
+                         "  50% │▂▁▁▁▁▁▁",
+                         "       2026-04-01 2026-04-10",
+                     }));
 }
 
 }  // namespace

@@ -141,6 +141,7 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"trash-bin", "--json"},
         {"trash-bin", "--empty-older-than", "0", "--yes", "--json"},
         {"helper", "status", "--json"},
+        {"health", "--json", "--history"},
         {"demo", (s.dir / "demo"), "--json"},
     };
     for (const auto& args : commands) {

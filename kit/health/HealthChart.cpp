@@ -36,6 +36,7 @@ std::vector<std::string> HealthChart::lines(const std::vector<HealthPoint>& all,
             const int filled = static_cast<int>(std::lround(share * levels)) - row * 8;
             line += blocks[std::clamp(filled, 0, 8)];
         }
+        while (!line.empty() && line.back() == ' ') line.pop_back();  // no trailing blanks on a terminal
         out.push_back(line);
     }
     const std::string from = dayText(calendar, points.front().day);
