@@ -8,6 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "support/TestSupport.hpp"
+#include "support/posix/Files.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
 namespace {
@@ -129,6 +130,30 @@ TEST(AgentHealthEndToEnd, FailingDiskAlertsOnceAndVerifiedClears) {
     EXPECT_FALSE(s.settings().object("agent.alarm.diskHealth").has_value());
     EXPECT_EQ(s.alerts().size(), 1u);
     EXPECT_EQ(s.widget()["diskFailing"], false);
+}
+
+// The same run on Linux: the battery from the power-supply class, the history in the state folder,
+// and the alert's rule said without naming Apple.
+TEST(AgentHealthEndToEnd, OnLinuxFromThePowerSupplyClass) {
+    testing_support::TempDir dir;
+    const std::string home = dir / "home/ann";
+    quorv::files::writeAtomically(dir / "sys/class/power_supply/BAT0/uevent",
+                                  "POWER_SUPPLY_NAME=BAT0\nPOWER_SUPPLY_TYPE=Battery\nPOWER_SUPPLY_STATUS=Discharging\n"
+                                  "POWER_SUPPLY_CHARGE_FULL=3975000\nPOWER_SUPPLY_CHARGE_FULL_DESIGN=5000000\nPOWER_SUPPLY_CYCLE_COUNT=733\n");
+    quorv::PlistFileStore(home + "/.config/brimstell/settings.plist").set("warnBatteryWorn", true);
+    const auto r = testing_support::runProgram(BRIMSTELL_AGENT_EXE, {},
+                                               {{"BRIMSTELL_ROOT", dir.path()}, {"BRIMSTELL_PLATFORM", "linux"}, {"HOME", home},
+                                                {"BRIMSTELL_OUTBOX", dir / "outbox.jsonl"}, {"BRIMSTELL_NOW", "1790000000"}, {"TZ", "UTC"}});
+    ASSERT_EQ(r.status, 0) << r.errors;
+    const auto lines = testing_support::linesOf(dir / "outbox.jsonl");
+    ASSERT_EQ(lines.size(), 1u);
+    const auto alert = nlohmann::json::parse(lines[0]);
+    EXPECT_EQ(alert["title"], "Your battery is worn");
+    EXPECT_EQ(alert["body"], "It holds 79% of what it did new. Under 80% counts as worn.");
+    const auto history = nlohmann::json::parse(readText(home + "/.local/state/brimstell/health-history.json"));
+    ASSERT_EQ(history.size(), 1u);
+    EXPECT_EQ(history[0]["cycles"], 733);
+    EXPECT_EQ(history[0]["fullCapacity"], 3975);
 }
 
 }  // namespace

@@ -125,8 +125,8 @@ void AgentRun::batteryWorn() {
     } else if (h < 0.8 && !latched(keys::alarmBatteryWorn)) {
         latch(keys::alarmBatteryWorn);
         const auto percent = static_cast<long long>(std::trunc(h * 100));
-        alert("Your battery is worn",
-              fmt::format("It holds {}% of what it did new. Apple considers under 80% worn.", percent));
+        alert("Your battery is worn", fmt::format("It holds {}% of what it did new. {}", percent,
+                                                  quorv::phrase(quorv::Phrase::wornRule, quorv::host())));
     }
 }
 

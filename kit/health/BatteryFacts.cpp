@@ -43,17 +43,19 @@ const quorv::Value* internalBattery(const std::vector<quorv::Value>& sources) {
     return nullptr;
 }
 
+std::int64_t whole(double v) { return std::isfinite(v) && std::fabs(v) < 1e15 ? static_cast<std::int64_t>(std::llround(v)) : 0; }
+
 // Percent of charge: the power source's figure when it has one, else the registry's current over
 // its maximum (a percentage on Apple silicon, mAh on Intel Macs: the quotient is right for both).
 std::int64_t percentOf(const quorv::Value& registry, const quorv::Value* source) {
     if (source) {
         const auto current = pf::integer(*source, "Current Capacity");
         const auto max = pf::integer(*source, "Max Capacity");
-        if (current && max && *max > 0) return static_cast<std::int64_t>(std::llround(100.0 * *current / *max));
+        if (current && max && *max > 0) return whole(100.0 * static_cast<double>(*current) / static_cast<double>(*max));
     }
     const auto current = pf::integer(registry, "CurrentCapacity");
     const auto max = pf::integer(registry, "MaxCapacity");
-    if (current && max && *max > 0) return static_cast<std::int64_t>(std::llround(100.0 * *current / *max));
+    if (current && max && *max > 0) return whole(100.0 * static_cast<double>(*current) / static_cast<double>(*max));
     return 0;
 }
 

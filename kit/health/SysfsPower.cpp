@@ -33,6 +33,10 @@ std::string trimmed(std::string_view s) {
 
 bool startsWith(const std::string& s, std::string_view prefix) { return s.compare(0, prefix.size(), prefix) == 0; }
 
+// A figure worked out from the attributes, rounded; 0 for one no battery has (a hostile or broken
+// attribute file can hold any number).
+std::int64_t whole(double v) { return std::isfinite(v) && std::fabs(v) < 1e15 ? static_cast<std::int64_t>(std::llround(v)) : 0; }
+
 }  // namespace
 
 std::optional<std::string> PowerSupply::text(const std::string& key) const {
@@ -115,8 +119,8 @@ void capacities(const PowerSupply& s, BatteryDetails& b) {
     const auto full = s.number("energy_full").value_or(0);
     const auto volts = s.number("voltage_min_design").value_or(0);
     if (volts > 0) {
-        b.designCapacity = static_cast<std::int64_t>(std::llround(1000.0 * static_cast<double>(design) / static_cast<double>(volts)));
-        b.fullCapacity = static_cast<std::int64_t>(std::llround(1000.0 * static_cast<double>(full) / static_cast<double>(volts)));
+        b.designCapacity = whole(1000.0 * static_cast<double>(design) / static_cast<double>(volts));
+        b.fullCapacity = whole(1000.0 * static_cast<double>(full) / static_cast<double>(volts));
     } else {
         b.capacityUnit = "mWh";
         b.designCapacity = design / 1000;
@@ -129,7 +133,7 @@ std::int64_t percentOf(const PowerSupply& s) {
     for (const char* kind : {"charge", "energy"}) {
         const auto now = s.number(std::string(kind) + "_now");
         const auto full = s.number(std::string(kind) + "_full");
-        if (now && full && *full > 0) return static_cast<std::int64_t>(std::llround(100.0 * static_cast<double>(*now) / static_cast<double>(*full)));
+        if (now && full && *full > 0) return whole(100.0 * static_cast<double>(*now) / static_cast<double>(*full));
     }
     return 0;
 }
@@ -142,7 +146,7 @@ void chargers(const std::vector<PowerSupply>& supplies, BatteryDetails& b) {
         const auto volts = s.number("voltage_max");
         const auto amps = s.number("current_max");
         if (volts && amps && *volts > 0 && *amps > 0 && !b.chargerWatts) {
-            b.chargerWatts = static_cast<std::int64_t>(std::llround(static_cast<double>(*volts) * static_cast<double>(*amps) / 1e12));
+            b.chargerWatts = whole(static_cast<double>(*volts) * static_cast<double>(*amps) / 1e12);
         }
     }
 }

@@ -54,6 +54,7 @@ const std::vector<PhraseRow>& phraseTable() {
         {Phrase::startupDisk, "Macintosh HD", ""},
         {Phrase::yourMac, "your Mac", "your computer"},
         {Phrase::finder, "Finder", "the file manager"},
+        {Phrase::wornRule, "Apple considers under 80% worn.", "Under 80% counts as worn."},
     };
     return rows;
 }

@@ -15,6 +15,7 @@ enum class Phrase {
     startupDisk,  // "Macintosh HD": on Linux the volume's label, else its mount point
     yourMac,      // "your Mac": "your computer"
     finder,       // "Finder": "the file manager"
+    wornRule,     // "Apple considers under 80% worn.": "Under 80% counts as worn."
 };
 
 struct PhraseRow {
