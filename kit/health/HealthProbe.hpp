@@ -11,6 +11,9 @@
 namespace brimstell {
 
 struct HealthProbe {
+    // diskutil's time limits: 60 seconds for the disk that holds the figures; for the first run,
+    // about "/", 30, the limit any tool Brimstell starts gets by default, since that answer comes
+    // from the mounted volume and needs no disk to wake.
     static constexpr double firstDiskutilSeconds = 30;
     static constexpr double nextDiskutilSeconds = 60;
 
