@@ -6,6 +6,8 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <memory>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -67,6 +69,31 @@ TEST(HealthHistory, OnePointADayTheLaterReadingKept) {
     struct stat st{};
     ASSERT_EQ(::stat(history.file().c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0600u);
+}
+
+// The app's page and the agent record through objects of their own: only the file lock keeps one
+// from writing over the other's point.
+TEST(HealthHistory, WritersOfTheSameFileLoseNoPoint) {
+    testing_support::TempDir dir;
+    const auto cal = utcCalendar();
+    constexpr int writers = 8;
+    std::vector<std::unique_ptr<brimstell::HealthHistory>> histories;
+    for (int i = 0; i < writers; ++i) histories.push_back(std::make_unique<brimstell::HealthHistory>(dir / "health-history.json"));
+    std::vector<std::thread> threads;
+    for (int i = 0; i < writers; ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 5; ++round) {
+                histories[i]->record(reading(0.9, i, 4000 + round), utc(2026, 9, 1 + i, 8), cal);
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    const auto points = histories[0]->load();
+    ASSERT_EQ(points.size(), static_cast<std::size_t>(writers));
+    for (int i = 0; i < writers; ++i) {
+        EXPECT_EQ(points[i].day, utc(2026, 9, 1 + i));
+        EXPECT_EQ(points[i].fullCapacity, 4004) << "each day's last reading";
+    }
 }
 
 TEST(HealthHistory, DecodesWhatItWroteAndNothingElse) {
