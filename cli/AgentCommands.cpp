@@ -10,6 +10,7 @@
 #include "kit/agent/AgentReportText.hpp"
 #include "kit/agent/AgentService.hpp"
 #include "kit/agent/CronSchedule.hpp"
+#include "kit/health/HealthHistory.hpp"
 #include "kit/settings/SettingsKeys.hpp"
 #include "support/host/Host.hpp"
 #include "support/settings/SettingsStore.hpp"
@@ -50,7 +51,7 @@ void printStatus(bool json) {
     auto& settings = quorv::settings();
     settings.synchronize();
     const double now = quorv::host().now();
-    const auto due = brimstell::AgentJobs::due(now, settings, false);
+    const auto due = brimstell::AgentJobs::due(now, settings, brimstell::HealthHistory::shared().due(now, quorv::host().calendar));
     const auto status = brimstell::AgentService::status();
     std::vector<std::string> latched;
     for (const auto& row : brimstell::Agent::latches) {

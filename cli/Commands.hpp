@@ -23,5 +23,6 @@ void addJunkCommands(CLI::App& app, int& exitCode);
 void addAutoCleanCommands(CLI::App& app, int& exitCode);
 void addAppsCommands(CLI::App& app, int& exitCode);
 void addLeftoversCommands(CLI::App& app, int& exitCode);
+void addHealthCommand(CLI::App& app, int& exitCode);
 
 }  // namespace cli

@@ -38,3 +38,5 @@ echo; echo "== agent status"
 build/brimstell agent status
 echo; echo "== junk on that Mac (brimstell clean would move what is ticked; brimstell history puts it back)"
 build/brimstell junk
+echo; echo "== battery and disk health (the first agent run kept today's reading)"
+build/brimstell health

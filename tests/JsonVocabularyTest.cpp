@@ -146,6 +146,7 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},
         {"versions", "compare", "--json", "1.0", "2.0"},
+        {"health", "--json", "--history"},
         {"demo", (s.dir / "demo"), "--json"},
     };
     for (const auto& args : commands) {

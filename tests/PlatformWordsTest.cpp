@@ -36,12 +36,13 @@ TEST(PlatformWords, OneTableOfBoth) {
         {Phrase::yourMac, "", "your Mac", "your computer"},
         {Phrase::finder, "", "Finder", "the file manager"},
         {Phrase::yourLibrary, "", "your Library", "~/.var/app"},
+        {Phrase::wornRule, "", "Apple considers under 80% worn.", "Under 80% counts as worn."},
     };
     for (const auto& r : rows) {
         EXPECT_EQ(quorv::phrase(r.phrase, *mac, r.volume), r.onMac);
         EXPECT_EQ(quorv::phrase(r.phrase, *linux, r.volume), r.onLinux);
     }
-    EXPECT_EQ(quorv::phraseTable().size(), 4u);
+    EXPECT_EQ(quorv::phraseTable().size(), std::size(rows)) << "every phrase has a row here";
 }
 
 TEST(PlatformWords, AVolumeIsNamedByItsLabelElseItsMountPoint) {

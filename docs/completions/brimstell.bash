@@ -1,7 +1,7 @@
 # bash completion for brimstell
 _brimstell() {
     local cur=${COMP_WORDS[COMP_CWORD]} first=${COMP_WORDS[1]} second=${COMP_WORDS[2]}
-    local commands="agent settings size trash history restore trash-bin junk clean autoclean apps leftovers versions demo helper"
+    local commands="agent settings size trash history restore trash-bin junk clean autoclean apps leftovers versions health demo helper"
     if ((COMP_CWORD == 1)); then
         COMPREPLY=($(compgen -W "$commands --help --version" -- "$cur"))
         return
@@ -20,6 +20,7 @@ _brimstell() {
         trash-bin) words="--empty-older-than --yes --json" ;;
         restore) words="--session --json" ;;
         history) words="--json" ;;
+        health) words="--json --history" ;;
         demo) words="--user --json" ;;
         size|trash)
             COMPREPLY=($(compgen -f -- "$cur") $(compgen -W "--json --bytes" -- "$cur"))

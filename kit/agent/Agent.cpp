@@ -14,6 +14,9 @@
 #include "kit/cleaning/JunkScanner.hpp"
 #include "kit/cleaning/Leftovers.hpp"
 #include "kit/files/FS.hpp"
+#include "kit/health/BatteryFacts.hpp"
+#include "kit/health/HealthHistory.hpp"
+#include "kit/health/HealthProbe.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/PlatformWords.hpp"
 #include "support/notify/Notify.hpp"
@@ -73,6 +76,25 @@ void AgentRun::plan(bool historyDue) {
     for (const auto& key : Agent::latchesToClear(report.due)) unlatch(key.c_str());
 }
 
+void AgentRun::readBattery() {
+    if (!isDue(AgentJob::history) && !isDue(AgentJob::batteryWorn)) return;
+    battery = HealthProbe::battery();
+    if (battery && !battery->healthKnown()) {
+        // Without a design or full capacity there is no health to keep, alert on or show.
+        report.notes.push_back("battery: " + BatteryFacts::flagText(*battery));
+        battery.reset();
+    }
+}
+
+void AgentRun::keepHistory() {
+    if (!isDue(AgentJob::history) || !battery) return;
+    auto& history = HealthHistory::shared();
+    if (history.record(*battery, now, quorv::host().calendar)) {
+        report.filesWritten.push_back(history.file());
+        report.notes.push_back(fmt::format("battery: {}% health kept for today", static_cast<long long>(std::trunc(battery->health * 100))));
+    }
+}
+
 void AgentRun::lowDisk(const VolumeStats& volume) {
     const std::int64_t free = volume.free;
     if (free < 1) return;  // no reading
@@ -103,17 +125,22 @@ void AgentRun::batteryWorn() {
     } else if (h < 0.8 && !latched(keys::alarmBatteryWorn)) {
         latch(keys::alarmBatteryWorn);
         const auto percent = static_cast<long long>(std::trunc(h * 100));
-        alert("Your battery is worn",
-              fmt::format("It holds {}% of what it did new. Apple considers under 80% worn.", percent));
+        alert("Your battery is worn", fmt::format("It holds {}% of what it did new. {}", percent,
+                                                  quorv::phrase(quorv::Phrase::wornRule, quorv::host())));
     }
+}
+
+void AgentRun::readDisk() {
+    if (!isDue(AgentJob::diskHealth)) return;
+    const auto reading = HealthProbe::readDisk();
+    disk = reading.disk;
+    if (!disk) report.notes.push_back("disk: " + reading.problem);
 }
 
 void AgentRun::diskHealth() {
     if (!isDue(AgentJob::diskHealth) || !disk) return;
     const std::string& status = disk->smart;
-    std::string lower = status;
-    std::transform(lower.begin(), lower.end(), lower.begin(), [](unsigned char c) { return std::tolower(c); });
-    if (lower.find("fail") != std::string::npos) {
+    if (disk->failing()) {
         if (!latched(keys::alarmDiskHealth)) {
             latch(keys::alarmDiskHealth);
             alert("Your disk reports a problem",
@@ -213,14 +240,16 @@ AgentReport Agent::run() {
     settings.synchronize();  // start from what the app last wrote
     AgentRun run(settings, quorv::host().now());
 
-    // The health history's daily reading comes with the health engine; until then no day is due.
-    run.plan(false);
+    run.plan(HealthHistory::shared().due(run.now, quorv::host().calendar));
+    run.readBattery();
+    run.keepHistory();
 
     if (run.isDue(AgentJob::lowDisk)) {
         const std::string startup = quorv::host().path("/");
         run.lowDisk(FS::volumeStats(startup));
     }
     run.batteryWorn();
+    run.readDisk();
     run.diskHealth();
     run.leftovers();
     run.loginItems();

@@ -41,10 +41,16 @@ public:
 
     // Due jobs and latches of jobs that are not due.
     void plan(bool historyDue);
+    // The run's one battery reading, taken when the history or the worn-battery job needs it.
+    void readBattery();
+    // The history job: the battery reading kept as today's point.
+    void keepHistory();
     // The low-disk job over the start-up volume's free bytes.
     void lowDisk(const VolumeStats& volume);
     // The worn-battery job over the run's battery reading.
     void batteryWorn();
+    // The run's one disk reading, taken when the failing-disk job is due.
+    void readDisk();
     // The failing-disk job over the run's disk reading.
     void diskHealth();
     // The leftovers job: the installed apps remembered, and leftovers looked for when one has gone.

@@ -6,6 +6,7 @@
 #include "kit/files/InProcessHelperTransport.hpp"
 #include "kit/files/SandboxTrash.hpp"
 #include "kit/files/SocketHelperTransport.hpp"
+#include "kit/health/SandboxHealthSource.hpp"
 #include "support/notify/OutboxNotifier.hpp"
 #include "support/settings/PlistFileStore.hpp"
 
@@ -13,6 +14,7 @@
 #include "kit/agent/MacAppService.hpp"
 #include "kit/files/MacHelper.hpp"
 #include "kit/files/MacTrash.hpp"
+#include "kit/health/MacHealthSource.hpp"
 #include "shared/helper/HelperInfo.hpp"
 #include "support/notify/MacNotifier.hpp"
 #include "support/settings/MacDefaultsStore.hpp"
@@ -76,6 +78,18 @@ void addAgentServiceAndTrash(quorv::Host* h) {
     }
 }
 
+// Battery and disk facts: a sandbox Mac's files, a Mac's registry; Linux reads its own
+// power-supply class and smartctl and needs no source.
+void addHealth(quorv::Host* h) {
+    if (h->sandbox && h->isMac()) {
+        h->health = std::make_shared<SandboxHealthSource>();
+        return;
+    }
+#ifdef __APPLE__
+    h->health = makeMacHealthSource();
+#endif
+}
+
 void addHelper(quorv::Host* h) {
     // The root helper. A sandbox records its registration and, unless BRIMSTELL_HELPER_SOCKET names
     // the socket of a helper daemon started for it (brimstell-helper --root <sandbox>), calls the
@@ -109,6 +123,7 @@ std::shared_ptr<quorv::Host> makeHost(const std::map<std::string, std::string>& 
     addSettingsAndNotifier(h.get());
     addAgentServiceAndTrash(h.get());
     addHelper(h.get());
+    addHealth(h.get());
     return h;
 }
 

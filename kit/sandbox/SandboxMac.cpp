@@ -187,6 +187,9 @@ void SandboxMac::addSampleContent() {
         setTimes(path(folder), halfYearAgo);
     }
 
+    // A laptop's battery, somewhat worn, and an NVMe start-up disk.
+    addBattery();
+    addDisk();
     addSampleApps();
 }
 

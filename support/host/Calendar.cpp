@@ -91,4 +91,60 @@ std::string Calendar::isoText(double t) const {
                        (offAbs % 3600) / 60);
 }
 
+std::string Calendar::monthText(double t) const {
+    static const char* const names[] = {"January", "February", "March", "April", "May", "June",
+                                        "July", "August", "September", "October", "November", "December"};
+    std::tm tm{};
+    if (!std::isfinite(t) || !split(*this, t, tm)) return "?";
+    return fmt::format("{} {}", names[tm.tm_mon], tm.tm_year + 1900);
+}
+
+namespace {
+
+// The digits of text[from, from + n) as a number; -1 when any is not a digit.
+int digits(std::string_view text, std::size_t from, std::size_t n) {
+    if (from + n > text.size()) return -1;
+    int v = 0;
+    for (std::size_t i = from; i < from + n; ++i) {
+        if (text[i] < '0' || text[i] > '9') return -1;
+        v = v * 10 + (text[i] - '0');
+    }
+    return v;
+}
+
+}  // namespace
+
+std::optional<double> Calendar::parseIso(std::string_view text) {
+    if (text.size() < 20 || text[4] != '-' || text[7] != '-' || text[10] != 'T' || text[13] != ':' || text[16] != ':') {
+        return std::nullopt;
+    }
+    const int fields[] = {digits(text, 0, 4), digits(text, 5, 2), digits(text, 8, 2),
+                          digits(text, 11, 2), digits(text, 14, 2), digits(text, 17, 2)};
+    for (int f : fields) {
+        if (f < 0) return std::nullopt;
+    }
+    if (fields[1] < 1 || fields[1] > 12 || fields[2] < 1 || fields[2] > daysInMonth(fields[0] - 1900, fields[1] - 1) ||
+        fields[3] > 23 || fields[4] > 59 || fields[5] > 60) {
+        return std::nullopt;
+    }
+    long offset = 0;
+    const std::string_view zone = text.substr(19);
+    if (zone != "Z") {
+        const int h = digits(zone, 1, 2);
+        const int m = digits(zone, 4, 2);
+        if (zone.size() != 6 || (zone[0] != '+' && zone[0] != '-') || zone[3] != ':' || h < 0 || h > 23 || m < 0 || m > 59) {
+            return std::nullopt;
+        }
+        offset = (h * 3600L + m * 60L) * (zone[0] == '-' ? -1 : 1);
+    }
+    std::tm tm{};
+    tm.tm_year = fields[0] - 1900;
+    tm.tm_mon = fields[1] - 1;
+    tm.tm_mday = fields[2];
+    tm.tm_hour = fields[3];
+    tm.tm_min = fields[4];
+    tm.tm_sec = fields[5];
+    return static_cast<double>(timegm(&tm) - offset);
+}
+
 }  // namespace quorv

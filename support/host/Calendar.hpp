@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace quorv {
 
@@ -25,6 +26,12 @@ public:
     std::string shortText(double t) const;
     // ISO 8601 with the zone's offset: "2026-11-21T14:05:00+01:00".
     std::string isoText(double t) const;
+    // "March 2027" in the local zone.
+    std::string monthText(double t) const;
+
+    // "2026-11-21T14:05:00" with "Z" or an offset ("+01:00") back as a time; nullopt for anything
+    // else, a field out of range included.
+    static std::optional<double> parseIso(std::string_view text);
 };
 
 }  // namespace quorv

@@ -22,6 +22,7 @@ class Notifier;
 class ServiceRegistrar;
 class TrashBackend;
 class HelperTransport;
+class HealthSource;
 
 enum class Platform { mac, linux };
 
@@ -48,6 +49,7 @@ public:
     std::shared_ptr<TrashBackend> trash;
     std::shared_ptr<HelperTransport> helper;          // the channel to the root helper
     std::shared_ptr<ServiceRegistrar> helperService;  // the root helper's registration
+    std::shared_ptr<HealthSource> health;             // a Mac's battery and disk facts
     std::function<void()> reloadWidgets;
     // The system log (syslog priority, whole line); null writes to the platform's log.
     std::function<void(int priority, const std::string& line)> systemLog;

@@ -55,6 +55,7 @@ const std::vector<PhraseRow>& phraseTable() {
         {Phrase::yourMac, "your Mac", "your computer"},
         {Phrase::finder, "Finder", "the file manager"},
         {Phrase::yourLibrary, "your Library", "~/.var/app"},
+        {Phrase::wornRule, "Apple considers under 80% worn.", "Under 80% counts as worn."},
     };
     return rows;
 }

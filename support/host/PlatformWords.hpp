@@ -16,6 +16,7 @@ enum class Phrase {
     yourMac,      // "your Mac": "your computer"
     finder,       // "Finder": "the file manager"
     yourLibrary,  // "your Library": "~/.var/app", where Flatpak apps keep their data
+    wornRule,     // "Apple considers under 80% worn.": "Under 80% counts as worn."
 };
 
 struct PhraseRow {
