@@ -42,7 +42,7 @@ TEST(PlatformWords, OneTableOfBoth) {
         EXPECT_EQ(quorv::phrase(r.phrase, *mac, r.volume), r.onMac);
         EXPECT_EQ(quorv::phrase(r.phrase, *linux, r.volume), r.onLinux);
     }
-    EXPECT_EQ(quorv::phraseTable().size(), std::size(rows)) << "every phrase has a row here";
+    EXPECT_EQ(quorv::phraseTable().size(), std::size(rows) - 1) << "every phrase has a row here (the disk has two)";
 }
 
 TEST(PlatformWords, AVolumeIsNamedByItsLabelElseItsMountPoint) {
