@@ -136,21 +136,6 @@ bool chooseCategories(JunkModel& model, const std::vector<std::string>& names) {
     return true;
 }
 
-void printCleanResult(const JunkModel& model, const brimstell::JunkCleanResult& result, bool json) {
-    if (json) {
-        Json skipped = Json::array();
-        for (const auto& location : result.skippedLocations) {
-            Json s = Json::object();
-            putPath(s, "path", location);
-            skipped.push_back(std::move(s));
-        }
-        printJson(Json{{"dryRun", false}, {"freedBytes", result.freed}, {"movedItems", result.moved}, {"skipped", std::move(skipped)},
-                       {"message", model.message.value_or("")}});
-    } else {
-        for (const auto& location : result.skippedLocations) fmt::print("{}: not moved\n", shownPath(location));
-        fmt::print("{}\n", model.message.value_or(""));
-    }
-}
 
 void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes, bool json, int& exitCode) {
     JunkModel model;
@@ -199,7 +184,7 @@ void runClean(const std::vector<std::string>& categories, bool dryRun, bool yes,
         exitCode = 1;
         return;
     }
-    printCleanResult(model, result, json);
+    printCleanResult(result.freed, result.moved, result.skippedLocations, model.message.value_or(""), json);
     if (result.skipped > 0) exitCode = 1;
 }
 

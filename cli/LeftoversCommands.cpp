@@ -76,21 +76,6 @@ void runList(bool json) {
                model.groups.size(), model.groups.size() == 1 ? "" : "s", quorv::formatSize(model.total));
 }
 
-void printCleanResult(const LeftoversModel& model, const brimstell::LeftoversCleanResult& result, bool json) {
-    if (json) {
-        Json skipped = Json::array();
-        for (const auto& location : result.skippedLocations) {
-            Json s = Json::object();
-            putPath(s, "path", location);
-            skipped.push_back(std::move(s));
-        }
-        printJson(Json{{"dryRun", false}, {"freedBytes", result.freed}, {"movedItems", result.moved},
-                       {"skipped", std::move(skipped)}, {"message", model.message.value_or("")}});
-        return;
-    }
-    for (const auto& location : result.skippedLocations) fmt::print("{}: not moved\n", shownPath(location));
-    fmt::print("{}\n", model.message.value_or(""));
-}
 
 void runClean(bool dryRun, bool yes, bool json, int& exitCode) {
     LeftoversModel model;
@@ -127,7 +112,7 @@ void runClean(bool dryRun, bool yes, bool json, int& exitCode) {
         exitCode = 1;
         return;
     }
-    printCleanResult(model, result, json);
+    printCleanResult(result.freed, result.moved, result.skippedLocations, model.message.value_or(""), json);
     if (!result.skippedLocations.empty()) exitCode = 1;
 }
 

@@ -92,6 +92,23 @@ std::string shownPath(const std::string& path) {
     return out + "'";
 }
 
+void printCleanResult(std::int64_t freed, std::size_t moved, const std::vector<std::string>& skipped,
+                      const std::string& message, bool json) {
+    if (!json) {
+        for (const auto& location : skipped) fmt::print("{}: not moved\n", shownPath(location));
+        fmt::print("{}\n", message);
+        return;
+    }
+    Json list = Json::array();
+    for (const auto& location : skipped) {
+        Json s = Json::object();
+        putPath(s, "path", location);
+        list.push_back(std::move(s));
+    }
+    printJson(Json{{"dryRun", false}, {"freedBytes", freed}, {"movedItems", moved}, {"skipped", std::move(list)},
+                   {"message", message}});
+}
+
 void putPath(Json& object, const std::string& key, const std::string& path) {
     if (quorv::isValidUtf8(path)) {
         object[key] = path;

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
@@ -31,6 +32,10 @@ std::string shownPath(const std::string& path);
 // Puts a path into a JSON object under key; a path that is not UTF-8 is written readable under key
 // and exactly, as base64, under key + "Base64".
 void putPath(Json& object, const std::string& key, const std::string& path);
+// What a clean did, as `clean --json` and `leftovers clean --json` print it, and on a terminal:
+// each location that did not move, then the model's message.
+void printCleanResult(std::int64_t freed, std::size_t moved, const std::vector<std::string>& skipped,
+                      const std::string& message, bool json);
 // A moment as JSON gives it: ISO 8601 in UTC to the second ("2026-11-24T05:01:02Z"); null for 0
 // or less (never) and for what isn't a time.
 Json dateJson(double secondsSince1970);

@@ -17,6 +17,7 @@
 
 #include "kit/files/FS.hpp"
 #include "kit/files/FileEvents.hpp"
+#include "kit/files/OnePerFile.hpp"
 #include "kit/files/HistoryDecoder.hpp"
 #include "kit/files/MoverGuard.hpp"
 #include "support/posix/LinkSafe.hpp"
@@ -151,16 +152,7 @@ History::History(std::string file) : file_(std::move(file)) {}
 
 std::string History::defaultFile() { return quorv::host().appSupport() + "/history/history.json"; }
 
-History& History::shared() {
-    static std::mutex mutex;
-    // Never destroyed: background work may still record while the process exits.
-    static auto* histories = new std::map<std::string, std::unique_ptr<History>>;
-    const std::string file = defaultFile();
-    std::lock_guard lock(mutex);
-    auto& slot = (*histories)[file];
-    if (!slot) slot = std::make_unique<History>(file);
-    return *slot;
-}
+History& History::shared() { return onePerFile<History>(defaultFile()); }
 
 std::string History::lockPath() const { return quorv::files::parentOf(file_) + "/history.lock"; }
 

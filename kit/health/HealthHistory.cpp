@@ -12,6 +12,7 @@
 
 #include <fmt/format.h>
 
+#include "kit/files/OnePerFile.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/FileLock.hpp"
 #include "support/posix/Files.hpp"
@@ -100,16 +101,7 @@ HealthHistory::HealthHistory(std::string file) : file_(std::move(file)) {}
 
 std::string HealthHistory::defaultFile() { return quorv::host().appSupport() + "/health-history.json"; }
 
-HealthHistory& HealthHistory::shared() {
-    static std::mutex mutex;
-    // Never destroyed: background work may still record while the process exits.
-    static auto* histories = new std::map<std::string, std::unique_ptr<HealthHistory>>;
-    const std::string file = defaultFile();
-    std::lock_guard lock(mutex);
-    auto& slot = (*histories)[file];
-    if (!slot) slot = std::make_unique<HealthHistory>(file);
-    return *slot;
-}
+HealthHistory& HealthHistory::shared() { return onePerFile<HealthHistory>(defaultFile()); }
 
 std::string HealthHistory::lockPath() const { return quorv::files::parentOf(file_) + "/health-history.lock"; }
 

@@ -15,24 +15,6 @@ namespace {
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-void appendUtf8(std::string& out, unsigned cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
-
 }  // namespace
 
 double JsonReader::Number::asDouble() const {
@@ -166,7 +148,7 @@ bool JsonReader::escape(std::string& out) {
         if (low < 0xDC00 || low > 0xDFFF) return fail();
         cp = 0x10000 + ((cp - 0xD800) << 10) + (low - 0xDC00);
     }
-    appendUtf8(out, cp);
+    appendUtf8(out, static_cast<char32_t>(cp));
     return true;
 }
 

@@ -11,6 +11,8 @@ namespace quorv {
 // True when s is well-formed UTF-8: no stray continuation bytes, no overlong forms, no
 // surrogates, nothing above U+10FFFF.
 bool isValidUtf8(std::string_view s);
+// Appends the code point c (at most U+10FFFF) as UTF-8.
+void appendUtf8(std::string& out, char32_t c);
 
 // s with every byte that is not part of well-formed UTF-8 replaced by U+FFFD.
 std::string validUtf8(std::string_view s);
