@@ -87,7 +87,7 @@ TEST_F(UpdateCheckerTest, EveryKindOfAnswerInOneCheck) {
                        R"(echo '{"formulae":[],"casks":[{"name":"firefox","installed_versions":["120.0"],"current_version":"121.0"}]}')");
 
     UpdateSession::Options options = UpdateSession::hostOptions();
-    options.timeout = 2;  // Zeta never answers
+    options.timeout = 4;  // Zeta never answers
     const auto r = UpdateChecker::check(apps, options);
 
     std::vector<std::string> got;
