@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
     cli::addJunkCommands(app, exitCode);
     cli::addAutoCleanCommands(app, exitCode);
     cli::addAppsCommands(app, exitCode);
+    cli::addUpdatesCommand(app, exitCode);
     cli::addLeftoversCommands(app, exitCode);
     cli::addHealthCommand(app, exitCode);
     cli::addDemoCommand(app, exitCode);

@@ -4,7 +4,7 @@ set -euo pipefail
 
 packages=(
   build-essential cmake ninja-build pkg-config clang
-  libplist-dev libexpat1-dev nlohmann-json3-dev libcurl4-openssl-dev libcli11-dev libfmt-dev libsystemd-dev
+  libplist-dev libexpat1-dev nlohmann-json3-dev libcurl4-openssl-dev libssl-dev libcli11-dev libfmt-dev libsystemd-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   dbus-daemon systemd trash-cli libglib2.0-bin gvfs time perl util-linux passwd smartmontools
 )

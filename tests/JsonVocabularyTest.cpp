@@ -142,6 +142,7 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"trash-bin", "--empty-older-than", "0", "--yes", "--json"},
         {"helper", "status", "--json"},
         {"apps", "--apple", "--json"},
+        {"updates", "--explain", "--json"},
         {"leftovers", "--json"},
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},

@@ -1,7 +1,7 @@
 # bash completion for brimstell
 _brimstell() {
     local cur=${COMP_WORDS[COMP_CWORD]} first=${COMP_WORDS[1]} second=${COMP_WORDS[2]}
-    local commands="agent settings size trash history restore trash-bin junk clean autoclean apps leftovers versions health demo helper"
+    local commands="agent settings size trash history restore trash-bin junk clean autoclean apps updates leftovers versions health demo helper"
     if ((COMP_CWORD == 1)); then
         COMPREPLY=($(compgen -W "$commands --help --version" -- "$cur"))
         return
@@ -14,6 +14,7 @@ _brimstell() {
         helper) ((COMP_CWORD == 2)) && words="status install uninstall" || words="--json" ;;
         junk) words="--json --items" ;;
         apps) words="--json --apple" ;;
+        updates) words="--json --explain" ;;
         leftovers) ((COMP_CWORD == 2)) && words="clean --json" || words="--dry-run --yes --json" ;;
         versions) ((COMP_CWORD == 2)) && words="compare" || words="--json -" ;;
         clean) words="--category --dry-run --yes --json" ;;

@@ -17,6 +17,7 @@
 #include "kit/health/BatteryFacts.hpp"
 #include "kit/health/HealthHistory.hpp"
 #include "kit/health/HealthProbe.hpp"
+#include "kit/updates/UpdatesModel.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/PlatformWords.hpp"
 #include "support/notify/Notify.hpp"
@@ -221,6 +222,22 @@ void AgentRun::autoClean() {
     }
 }
 
+std::optional<std::pair<std::string, std::string>> Agent::updatesAlert(std::size_t found) {
+    if (found == 0) return std::nullopt;
+    return std::pair{fmt::format("{} app update{} available", found, found == 1 ? "" : "s"),
+                     std::string("Open Brimstell → Applications → App Updates to see them.")};
+}
+
+void AgentRun::updates() {
+    if (!isDue(AgentJob::updates)) return;
+    UpdatesModel model;  // writes "updatesLastCheck"
+    model.check();
+    settingsChanged = true;
+    report.notes.push_back(fmt::format("updates: {} found, {} up to date, {} not reached, {} can't be checked",
+                                       model.updates.size(), model.upToDate, model.failed.size(), model.cantCheck.size()));
+    if (const auto a = Agent::updatesAlert(model.updates.size())) alert(a->first, a->second);
+}
+
 void AgentRun::measureJunk() {
     if (!(now - settings.number(keys::junkMeasured) > Agent::junkMeasureInterval)) return;
     const std::string home = FS::home();
@@ -254,6 +271,7 @@ AgentReport Agent::run() {
     run.leftovers();
     run.loginItems();
     run.autoClean();
+    run.updates();
     run.measureJunk();
     run.finish();
 

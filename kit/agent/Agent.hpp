@@ -59,6 +59,8 @@ public:
     void loginItems();
     // The Auto Clean job: one run, and its alert when it freed something.
     void autoClean();
+    // The weekly update check, and its alert when it found updates.
+    void updates();
     // The junk figure for the widget, measured at most once in six hours.
     void measureJunk();
     // Widget snapshot and the final flush of the settings.
@@ -94,6 +96,8 @@ struct Agent {
     static constexpr std::int64_t leftoversAlertBytes = 5'000'000;
     // The alert (title, body) for the leftovers found, or none when they are too small to mention.
     static std::optional<std::pair<std::string, std::string>> leftoversAlert(const std::vector<LeftoverGroup>& groups);
+    // "1 app update available", "3 app updates available", with where to see them; none for 0.
+    static std::optional<std::pair<std::string, std::string>> updatesAlert(std::size_t found);
 
     // One whole run. Never throws; a reading that can't be taken makes its job do nothing.
     static AgentReport run();

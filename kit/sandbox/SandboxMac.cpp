@@ -193,6 +193,13 @@ void SandboxMac::addSampleContent() {
     addSampleApps();
 }
 
+void SandboxMac::addSystemVersion(std::string_view version) {
+    quorv::Value::Dict info;
+    info.emplace_back("ProductName", std::string("macOS"));
+    info.emplace_back("ProductVersion", std::string(version));
+    writeFile("/System/Library/CoreServices/SystemVersion.plist", quorv::plist::toXml(quorv::Value(std::move(info))));
+}
+
 void SandboxMac::addSampleApps() {
     // Apps with their own update feeds, from the App Store, one in a sub-folder, one in the home's
     // Applications, Apple's own, and one too deep to be found.

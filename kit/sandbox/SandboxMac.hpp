@@ -98,6 +98,9 @@ public:
     // Contents/Info.plist and executable; returns its location.
     std::string addApp(std::string_view systemPath, const SandboxApp& app);
 
+    // The file a Mac keeps its version in (System/Library/CoreServices/SystemVersion.plist).
+    void addSystemVersion(std::string_view version);
+
     // The variables that point a command at this sandbox.
     std::map<std::string, std::string> environment() const;
 
