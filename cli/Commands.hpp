@@ -24,5 +24,6 @@ void addAutoCleanCommands(CLI::App& app, int& exitCode);
 void addAppsCommands(CLI::App& app, int& exitCode);
 void addLeftoversCommands(CLI::App& app, int& exitCode);
 void addHealthCommand(CLI::App& app, int& exitCode);
+void addStartupCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

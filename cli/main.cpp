@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
     cli::addAutoCleanCommands(app, exitCode);
     cli::addAppsCommands(app, exitCode);
     cli::addLeftoversCommands(app, exitCode);
+    cli::addStartupCommands(app, exitCode);
     cli::addHealthCommand(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);
