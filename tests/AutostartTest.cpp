@@ -1,0 +1,54 @@
+// Linux's start-up files: XDG autostart entries and systemd units, with the keys that switch them off.
+
+#include <gtest/gtest.h>
+
+#include "kit/insight/Autostart.hpp"
+
+namespace {
+
+using brimstell::Autostart;
+
+TEST(Autostart, DesktopEntriesAndTheKeysThatSwitchThemOff) {
+    const struct {
+        const char* text;
+        bool listed;
+        bool enabled;
+        const char* name;
+        const char* program;
+    } cases[] = {
+        {"[Desktop Entry]\nType=Application\nName=Notes\nName[de]=Notizen\nExec=/usr/bin/notes --hidden %U\n", true, true,
+         "Notes", "/usr/bin/notes"},
+        {"[Desktop Entry]\nName=Sync\nExec=\"/opt/My Sync/sync\" -x\nHidden=true\n", true, false, "Sync", "/opt/My Sync/sync"},
+        {"[Desktop Entry]\nName=Tray\nExec=tray\nX-GNOME-Autostart-enabled=false\n", true, false, "Tray", "tray"},
+        {"[Desktop Entry]\nName=Mate\nExec=m\nX-MATE-Autostart-enabled = False\n", true, false, "Mate", "m"},
+        {"[Desktop Entry]\nName=On\nExec=on\nX-GNOME-Autostart-enabled=true\nHidden=false\n", true, true, "On", "on"},
+        {"[Desktop Action quit]\nHidden=true\n[Desktop Entry]\nName=Late\nExec=late\n", true, true, "Late", "late"},
+        {"[Desktop Entry]\nName=Link\nType=Link\nURL=https://example.com\n", false, false, "", ""},
+        {"Name=No group\nExec=x\n", false, false, "", ""},
+        {"[Desktop Entry]\nName=Empty\nExec=\n", true, true, "Empty", ""},
+    };
+    for (const auto& c : cases) {
+        const auto e = Autostart::desktopEntry(c.text);
+        ASSERT_EQ(e.has_value(), c.listed) << c.text;
+        if (!e) continue;
+        EXPECT_EQ(e->enabled, c.enabled) << c.text;
+        EXPECT_EQ(e->name, c.name);
+        EXPECT_EQ(e->program.value_or(""), c.program) << c.text;
+    }
+}
+
+TEST(Autostart, UnitPrograms) {
+    const struct {
+        const char* text;
+        const char* program;
+    } cases[] = {
+        {"[Unit]\nDescription=x\n[Service]\nExecStart=/usr/bin/syncd --user\n", "/usr/bin/syncd"},
+        {"[Service]\nExecStartPre=/bin/true\nExecStart=-@/usr/lib/a/b b-name\nExecStart=/second\n", "/usr/lib/a/b"},
+        {"[Service]\n# ExecStart=/commented\nExecStart = \"/opt/with space/run\"\n", "/opt/with space/run"},
+        {"[Unit]\nExecStart=/not/in/service\n", ""},
+        {"[Service]\nExecStart=\n", ""},
+    };
+    for (const auto& c : cases) EXPECT_EQ(Autostart::unitProgram(c.text).value_or(""), c.program) << c.text;
+}
+
+}  // namespace
