@@ -2,7 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "kit/insight/Autostart.hpp"
+#include "kit/insight/BackgroundItems.hpp"
+#include "support/TestSupport.hpp"
 
 namespace {
 
@@ -49,6 +53,47 @@ TEST(Autostart, UnitPrograms) {
         {"[Service]\nExecStart=\n", ""},
     };
     for (const auto& c : cases) EXPECT_EQ(Autostart::unitProgram(c.text).value_or(""), c.program) << c.text;
+}
+
+}  // namespace
+
+namespace {
+
+TEST(Autostart, ListsUnitsAndEntriesOfALinuxHost) {
+    testing_support::SandboxHost sandbox;
+    sandbox.host->platform = quorv::Platform::linux;
+    quorv::HostScope scope(sandbox.host);
+    auto& m = sandbox.mac;
+    m.writeFile("~/.config/systemd/user/syncd.service", "[Service]\nExecStart=/usr/bin/syncd\n");
+    m.writeFile("~/.config/systemd/user/idle.service", "[Service]\nExecStart=/opt/idle/run\n");
+    m.makeFolder("~/.config/systemd/user/default.target.wants");
+    std::filesystem::create_symlink("../syncd.service", m.path("~/.config/systemd/user/default.target.wants/syncd.service"));
+    m.makeFolder("/etc/systemd/user");
+    std::filesystem::create_symlink("/dev/null", m.path("/etc/systemd/user/masked.service"));
+    m.writeFile("/etc/systemd/system/backup.service", "[Service]\nExecStart=-/usr/sbin/backupd\n");
+    m.writeFile("/etc/systemd/system/multi-user.target.wants/backup.service", "");
+    m.writeFile("~/.config/autostart/notes.desktop", "[Desktop Entry]\nName=Notes\nExec=notes\nHidden=true\n");
+    m.writeFile("/etc/xdg/autostart/notes.desktop", "[Desktop Entry]\nName=Notes (system)\nExec=notes\n");
+    m.writeFile("/etc/xdg/autostart/tray.desktop", "[Desktop Entry]\nName=Tray\nExec=/usr/bin/tray\n");
+    m.addFakeTool("/usr/bin/systemctl",
+                  "case \"$1\" in --user) printf 'syncd.service loaded active running Sync\\n' ;;"
+                  " *) printf 'backup.service loaded active running Backup\\n' ;; esac");
+
+    const auto scan = brimstell::BackgroundItems::scan(std::nullopt);
+    EXPECT_FALSE(scan.loginKnown);
+    std::vector<std::string> rows;
+    for (const auto& i : scan.items) {
+        rows.push_back(i.label + " " + brimstell::BackgroundItem::scopeLabel(i.scope) + (i.enabled ? " on" : " off") +
+                       (i.running ? " running " : " ") + i.program.value_or("-") + " " + i.listedName.value_or("-"));
+    }
+    EXPECT_EQ(rows, (std::vector<std::string>{
+                        "backup.service System on running /usr/sbin/backupd -",
+                        "idle.service Your account off /opt/idle/run -",
+                        "masked.service All users off - -",
+                        "notes.desktop Your account off notes Notes",
+                        "syncd.service Your account on running /usr/bin/syncd -",
+                        "tray.desktop All users on /usr/bin/tray Tray",
+                    }));
 }
 
 }  // namespace

@@ -5,6 +5,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "kit/insight/BackgroundItem.hpp"
 
 namespace brimstell {
 
@@ -22,6 +25,12 @@ struct Autostart {
     // The program of a systemd unit: the first word of its first ExecStart= (its "-", "@", "+",
     // "!" and ":" prefixes dropped).
     static std::optional<std::string> unitProgram(std::string_view text);
+
+    // What starts on this Linux host: user units (~/.config/systemd/user, then /etc/systemd/user
+    // for all users), system units (/etc/systemd/system) and autostart entries (~/.config/autostart,
+    // /etc/xdg/autostart, where an entry of the user's own folder stands in for the one of the same
+    // name), with whether each is enabled and running.
+    static std::vector<BackgroundItem> items();
 
     // The first word of a command line, as desktop files and units quote it.
     static std::optional<std::string> firstWord(std::string_view command);

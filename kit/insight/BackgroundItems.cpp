@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "kit/files/Admin.hpp"
+#include "kit/insight/Autostart.hpp"
 #include "support/host/Host.hpp"
 #include "support/plist/Plist.hpp"
 #include "support/posix/Compat.hpp"
@@ -116,6 +117,12 @@ std::optional<BackgroundItem> BackgroundItems::itemAt(const std::string& plist, 
 }
 
 BackgroundItems::Scan BackgroundItems::scan(const std::optional<std::vector<BTMRecord>>& dump) {
+    if (!quorv::host().isMac()) {
+        Scan found;
+        found.items = Autostart::items();
+        std::stable_sort(found.items.begin(), found.items.end(), byShownName);
+        return found;
+    }
     const auto userOff = disabled(userDomain()), systemOff = disabled("system");
     const auto userRunning = runningLabels(), systemRunning = runningSystemLabels();
     const auto names = dump ? listedNames(*dump) : std::map<std::string, std::string>{};
