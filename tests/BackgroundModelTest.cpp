@@ -72,7 +72,7 @@ TEST_F(Startup, LoginItemsOfTheUserOnly) {
     EXPECT_EQ(menu.name, "Example Menu");
     EXPECT_EQ(menu.kind, LoginItem::Kind::inside);
     EXPECT_EQ(menu.appName, "Example Editor");
-    EXPECT_EQ(menu.url, sandbox.mac.path("/Applications/Example.app") + "/Contents/Library/LoginItems/Example%20Menu.app");
+    EXPECT_EQ(menu.url, sandbox.mac.path("/Applications/Example.app") + "/Contents/Library/LoginItems/Example Menu.app");
     ASSERT_TRUE(menu.signature);
     EXPECT_EQ(menu.signature->summary(), "Apple Mac OS Application Signing · App Store");
     const auto& agent = model.scan.login[2];

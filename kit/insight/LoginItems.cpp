@@ -21,7 +21,9 @@ std::string locationOf(const std::string& url, const std::optional<std::string>&
         while (path.size() > 1 && path.back() == '/') path.pop_back();
         return quorv::host().path(path);
     }
-    if (parent && !url.starts_with("/")) return *parent + "/" + url;
+    // A relative value is a URL too: "Example%20Menu.app" names "Example Menu.app".
+    const std::string relative = TrashInfo::percentDecode(url).value_or(url);
+    if (parent && !url.starts_with("/")) return *parent + "/" + relative;
     return url.starts_with("/") ? quorv::host().path(url) : url;
 }
 
