@@ -25,5 +25,6 @@ void addAppsCommands(CLI::App& app, int& exitCode);
 void addLeftoversCommands(CLI::App& app, int& exitCode);
 void addHealthCommand(CLI::App& app, int& exitCode);
 void addUpdatesCommand(CLI::App& app, int& exitCode);
+void addStartupCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

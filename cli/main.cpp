@@ -59,6 +59,7 @@ int main(int argc, char** argv) {
     cli::addAppsCommands(app, exitCode);
     cli::addUpdatesCommand(app, exitCode);
     cli::addLeftoversCommands(app, exitCode);
+    cli::addStartupCommands(app, exitCode);
     cli::addHealthCommand(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kit/sandbox/SandboxMac.hpp"
+#include "kit/sandbox/SandboxStartup.hpp"
 #include "support/TestSupport.hpp"
 
 namespace {
@@ -106,6 +107,7 @@ struct Sandbox {
     brimstell::SandboxMac mac = [this] {
         auto m = brimstell::SandboxMac::create(dir / "mac");
         m.addSampleContent();
+        brimstell::addStartupItems(m);
         return m;
     }();
     testing_support::RunResult run(const std::vector<std::string>& args) const {
@@ -146,6 +148,8 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"leftovers", "--json"},
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},
+        {"startup", "--json"},
+        {"startup", "disable", "com.example.editor.updater", "--json"},
         {"versions", "compare", "--json", "1.0", "2.0"},
         {"health", "--json", "--history"},
         {"demo", (s.dir / "demo"), "--json"},

@@ -100,8 +100,9 @@ case $op in
   btm)
     # The service behind the dump can hang: a watchdog kills the tool after 20 seconds and is
     # itself stopped when the tool ends first. It naps a second at a time, so however a stop
-    # meets it, nothing of it outlives the reply by more than a second.
-    /usr/bin/sfltool dumpbtm 2>/dev/null &
+    # meets it, nothing of it outlives the reply by more than a second. The tool is found on the
+    # dispatcher's fixed PATH (/usr/bin on a Mac), as launchctl is, so a sandbox's stands in.
+    sfltool dumpbtm 2>/dev/null &
     tool=$!
     ( trap 'exit 0' TERM; n=0; while [ $n -lt 20 ]; do sleep 1; n=$((n + 1)); done; kill -9 $tool ) >/dev/null 2>&1 &
     dog=$!

@@ -1,0 +1,39 @@
+#pragma once
+// What starts with a Linux desktop session or user manager: XDG autostart entries and systemd
+// unit files, read into what the start-up page needs.
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kit/insight/BackgroundItem.hpp"
+
+namespace brimstell {
+
+struct Autostart {
+    // One autostart ".desktop" file: its name, its program, and whether the session starts it.
+    struct Entry {
+        std::string name;
+        std::optional<std::string> program;  // the first word of Exec, quotes removed
+        bool enabled = true;                 // false for Hidden=true or an "…Autostart-enabled=false"
+    };
+    // The [Desktop Entry] group of a desktop file; nothing when there is none (or it is no
+    // Application). Keys of other groups and localised names are ignored.
+    static std::optional<Entry> desktopEntry(std::string_view text);
+
+    // The program of a systemd unit: the first word of its first ExecStart= (its "-", "@", "+",
+    // "!" and ":" prefixes dropped).
+    static std::optional<std::string> unitProgram(std::string_view text);
+
+    // What starts on this Linux host: user units (~/.config/systemd/user, then /etc/systemd/user
+    // for all users), system units (/etc/systemd/system) and autostart entries (~/.config/autostart,
+    // /etc/xdg/autostart, where an entry of the user's own folder stands in for the one of the same
+    // name), with whether each is enabled and running.
+    static std::vector<BackgroundItem> items();
+
+    // The first word of a command line, as desktop files and units quote it.
+    static std::optional<std::string> firstWord(std::string_view command);
+};
+
+}  // namespace brimstell
