@@ -14,7 +14,11 @@
 #include <tuple>
 #include <vector>
 
+#include "kit/agent/RecordedAgentService.hpp"
+#include "kit/cleaning/JunkModel.hpp"
 #include "kit/files/Admin.hpp"
+#include "kit/files/History.hpp"
+#include "kit/files/InProcessHelperTransport.hpp"
 #include "shared/helper/HelperDispatch.hpp"
 #include "support/TestSupport.hpp"
 #include "support/TrashTestSupport.hpp"
@@ -127,6 +131,43 @@ TEST(HelperLinuxJunk, RepliesBecomeTheLinuxCategories) {
                         {"Other Users", "Caches of other accounts", "bob · mozilla", h.base + "/home/bob/.cache/mozilla",
                          5 * 1024, false},
                     }));
+}
+
+// The junk list on Linux with the helper switched on: the helper's categories join, marked admin,
+// a clean hands them to the helper, and the history brings every item back.
+TEST(HelperLinuxJunk, TheListCleansThroughTheHelperAndTheHistoryRestores) {
+    testing_support::LinuxTrashHost h;
+    h.host->helperService = std::make_shared<brimstell::RecordedAgentService>(h.base + "/helper-state", "The helper");
+    h.host->helper = std::make_shared<brimstell::InProcessHelperTransport>(h.base, "/home/someone");
+    quorv::HostScope scope(h.host);
+    const std::vector<std::string> items = {"/var/log/syslog.1", "/var/crash/tool.crash",
+                                            "/home/bob/.cache/mozilla/cache2/x"};
+    for (const auto& path : items) {
+        fs::create_directories(fs::path(h.base + path).parent_path());
+        std::ofstream(h.base + path) << std::string(9'000, 'x');
+    }
+    brimstell::JunkModel::Sources sources = brimstell::JunkModel::defaultSources();
+    sources.adminEnabled = [] { return true; };
+    brimstell::JunkModel model(sources);
+    model.scan();
+    std::vector<std::pair<std::string, bool>> shown;
+    for (auto& c : model.cats) {
+        shown.emplace_back(c.name, c.admin);
+        c.enabled = c.admin;
+    }
+    EXPECT_EQ(shown, (std::vector<std::pair<std::string, bool>>{
+                         {"System Logs", true}, {"Crash Reports", true}, {"Other Users", true}}));
+    model.recount();
+    const auto result = model.clean();
+    EXPECT_EQ(result.skipped, 0u);
+    for (const auto& path : items) EXPECT_FALSE(fs::exists(h.base + path)) << path;
+
+    // What the helper moved comes back through the helper, as the command line connects it.
+    brimstell::Admin::connectHistory();
+    auto& history = brimstell::History::shared();
+    for (const auto& r : history.restore(history.entries())) EXPECT_TRUE(r.ok()) << r.message();
+    brimstell::History::setRootRestorer({});
+    for (const auto& path : items) EXPECT_TRUE(fs::exists(h.base + path)) << path;
 }
 
 }  // namespace
