@@ -96,14 +96,6 @@ TEST(HelperLinuxJunk, FindsEachKindAndLeavesEverythingElse) {
     EXPECT_EQ(lines, found) << reply;
 }
 
-TEST(HelperLinuxJunk, MacRulesKeepTheScriptsOwnJunk) {
-    LinuxRoot r;
-    r.file("/var/log/syslog.1");
-    const auto dispatch = HelperDispatch::open(r.root, HelperRules::mac);
-    ASSERT_TRUE(dispatch.has_value());
-    EXPECT_EQ(dispatch->run("junk", "", {}, "/Users/me").find("/var/log/syslog.1"), std::string::npos);
-}
-
 TEST(HelperLinuxJunk, RepliesBecomeTheLinuxCategories) {
     testing_support::LinuxTrashHost h;
     quorv::HostScope scope(h.host);
