@@ -10,6 +10,7 @@
 #include "cli/Spinner.hpp"
 #include "kit/cleaning/CleanLock.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
+#include "kit/cleaning/LinuxJunkCatalogue.hpp"
 #include "kit/cleaning/JunkModel.hpp"
 #include "support/text/SizeText.hpp"
 
@@ -123,6 +124,7 @@ bool chooseCategories(JunkModel& model, const std::vector<std::string>& names) {
     std::set<std::string> known;
     for (const auto& rule : brimstell::JunkCatalogue::categories()) known.insert(std::string(rule.name));
     for (const auto& rule : brimstell::JunkCatalogue::developerCategories()) known.insert(std::string(rule.name));
+    for (const auto& rule : brimstell::LinuxJunkCatalogue::categories()) known.insert(std::string(rule.name));
     for (const auto& c : model.cats) known.insert(c.name);
     for (const auto& name : names) {
         if (known.count(name) == 0) {

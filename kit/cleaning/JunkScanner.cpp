@@ -7,13 +7,14 @@
 
 #include "kit/cleaning/FolderListing.hpp"
 #include "kit/cleaning/JunkCatalogue.hpp"
+#include "kit/cleaning/LinuxJunkScanner.hpp"
 #include "kit/cleaning/NodeModules.hpp"
+#include "kit/cleaning/ScanItems.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/files/SizeWalker.hpp"
 #include "support/host/Host.hpp"
 #include "support/host/TrashBackend.hpp"
 #include "support/plist/Plist.hpp"
-#include "support/text/Uuid.hpp"
 
 namespace brimstell {
 
@@ -22,62 +23,20 @@ namespace {
 // Info.plist of a backup is a few kilobytes; anything much bigger is not one.
 constexpr std::size_t kMaxInfoPlist = 4u << 20;
 
-std::string trimmed(std::string home) {
-    while (home.size() > 1 && home.back() == '/') home.pop_back();
-    return home;
-}
-
-std::string joined(const std::string& folder, std::string_view name) {
-    std::string path = folder == "/" ? std::string() : folder;
-    path += '/';
-    path += name;
-    return path;
-}
-
-FileItem makeItem(std::string location, std::string label, bool selected = true) {
-    FileItem item;
-    item.location = std::move(location);
-    item.id = quorv::newUuid();
-    item.size = 0;
-    item.selected = selected;
-    item.label = std::move(label);
-    return item;
-}
+using scanitems::joined;
+using scanitems::makeItem;
+using scanitems::trimmed;
 
 // Files a Finder keeps in every folder, and Brimstell's own bookkeeping in a Trash: not items.
 bool isBookkeeping(std::string_view name) {
     return name == ".DS_Store" || name == ".localized" || name.starts_with(".brimstell-");
 }
 
-// Items found so far by category name, given back as categories in the list's order.
-class Found {
+// The Mac's categories in the list's order.
+class Found : public scanitems::Found {
 public:
-    void add(std::string_view category, FileItem item) { items_[std::string(category)].push_back(std::move(item)); }
-
-    void add(std::vector<JunkCategory>&& categories) {
-        for (auto& category : categories) {
-            auto& items = items_[category.name];
-            std::move(category.items.begin(), category.items.end(), std::back_inserter(items));
-        }
-    }
-
-    std::vector<JunkCategory> categories() {
-        std::vector<JunkCategory> out;
-        auto take = [&](const CategoryRule& rule) {
-            const auto it = items_.find(std::string(rule.name));
-            if (it == items_.end() || it->second.empty()) return;
-            JunkCategory category = JunkCatalogue::makeCategory(rule);
-            category.items = std::move(it->second);
-            out.push_back(std::move(category));
-        };
-        for (const auto& rule : JunkCatalogue::categories()) take(rule);
-        for (const auto& rule : JunkCatalogue::developerCategories()) take(rule);
-        JunkCatalogue::defaultTicking(out);
-        return out;
-    }
-
-private:
-    std::map<std::string, std::vector<FileItem>, std::less<>> items_;
+    using scanitems::Found::add;
+    std::vector<JunkCategory> categories() { return scanitems::Found::categories(JunkCatalogue::categories()); }
 };
 
 // Each entry of the folder at relative below home (bookkeeping files left out) as an item of
@@ -325,6 +284,7 @@ void JunkScanner::measure(std::vector<JunkCategory>& categories) {
 }
 
 std::vector<JunkCategory> JunkScanner::scan(const std::string& home, const Progress& progress) {
+    if (!quorv::host().isMac()) return LinuxJunkScanner::scan(home, progress);
     const double now = quorv::host().now();
     const std::vector<std::function<std::vector<JunkCategory>()>> stages = {
         [&] { return browserData(home); },

@@ -22,7 +22,7 @@ struct JunkScanner {
     // the fourteen categories, then Xcode, Package Caches, Other Developer Caches, Old node_modules.
     // Categories are ticked by default; items carry fresh ids and their allocated sizes, all
     // measured in one parallel walk; every item is selected except the developer places that are
-    // not ticked by default.
+    // not ticked by default. On a Linux host the Linux rules are walked instead (LinuxJunkScanner).
     static std::vector<JunkCategory> scan(const std::string& home, const Progress& progress = {});
 
     // The sub-scans. Each returns the categories it finds items for (only those with items, in the

@@ -427,13 +427,32 @@ bool Admin::maintenance(const std::string& op) {
     return reply && replyLines(*reply).count("OK") != 0;
 }
 
-std::vector<HelperJunkCategory> Admin::junkCategories(std::string_view reply) {
-    std::vector<HelperJunkCategory> categories = {
+namespace {
+
+std::vector<HelperJunkCategory> macJunkCategories() {
+    return {
         {"cache", "System Caches", "gearshape", "/Library/Caches · Apple's excluded", {}},
         {"log", "System Logs", "doc.text.magnifyingglass", "Logs, crash reports, core dumps", {}},
         {"user", "Other Users", "person.2", "Caches and logs of other accounts", {}},
     };
+}
+
+// What the helper finds on Linux (HelperLinuxJunk): the journal is never among the logs, crash
+// reports and core dumps are a category of their own, and so are the package manager's downloads.
+std::vector<HelperJunkCategory> linuxJunkCategories() {
+    return {
+        {"log", "System Logs", "doc.text.magnifyingglass", "Rotated and compressed logs · the journal is kept", {}},
+        {"core", "Crash Reports", "exclamationmark.triangle", "Crash reports and core dumps", {}},
+        {"package", "Downloaded Packages", "shippingbox", "Kept by the package manager after installing", {}},
+        {"user", "Other Users", "person.2", "Caches of other accounts", {}},
+    };
+}
+
+}  // namespace
+
+std::vector<HelperJunkCategory> Admin::junkCategories(std::string_view reply) {
     const auto& h = quorv::host();
+    std::vector<HelperJunkCategory> categories = h.isMac() ? macJunkCategories() : linuxJunkCategories();
     for (auto line : splitOn(reply, '\n')) {
         const auto fields = splitOn(line, '\t');
         if (fields.size() != 3) continue;
@@ -444,7 +463,8 @@ std::vector<HelperJunkCategory> Admin::junkCategories(std::string_view reply) {
             if (fields[0] != category.kind) continue;
             std::string label = lastComponent(path);
             if (category.kind == "user") {
-                // "/Users/<account>/Library/Caches/<name>": the account and the folder it came from.
+                // "/Users/<account>/Library/Caches/<name>": the account and the folder it came from;
+                // on Linux "/home/<account>/.cache/<name>": the account and the cache's name.
                 const auto parts = splitOn(path.substr(1), '/');
                 if (parts.size() < 4) break;
                 label = std::string(parts[1]) + " · " + std::string(parts[3]);

@@ -27,7 +27,7 @@ namespace brimstell {
 
 // One category of junk that only root can see, from the helper's "junk" reply.
 struct HelperJunkCategory {
-    std::string kind;    // "cache", "log" or "user"
+    std::string kind;    // "cache", "log" or "user"; on Linux "log", "core", "package" or "user"
     std::string name;    // "System Caches", "System Logs", "Other Users"
     std::string icon;    // "gearshape", "doc.text.magnifyingglass", "person.2"
     std::string detail;  // "/Library/Caches · Apple's excluded", …

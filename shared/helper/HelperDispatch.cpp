@@ -1,6 +1,7 @@
 #include "shared/helper/HelperDispatch.hpp"
 
 #include "shared/helper/HelperInfo.hpp"
+#include "shared/helper/HelperLinuxJunk.hpp"
 #include "shared/helper/HelperScript.hpp"
 #include "support/process/Shell.hpp"
 
@@ -48,6 +49,7 @@ std::string HelperDispatch::run(std::string_view op, std::string_view arg, const
                                 const std::string& me) const {
     if (!HelperScript::isOperation(op)) return {};
     if (HelperScript::isFileJob(op)) return files_.run(op, list, me).value_or(std::string());
+    if (op == "junk" && files_.rules() == HelperRules::linux) return HelperLinuxJunk::reply(files_, me);
 
     auto holdsNul = [](std::string_view s) { return s.find('\0') != std::string_view::npos; };
     if (holdsNul(arg) || holdsNul(me)) return {};

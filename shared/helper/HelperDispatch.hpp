@@ -6,6 +6,7 @@
 // - An op outside HelperScript::operations is refused before anything runs: the reply is empty.
 // - The file jobs ("trash", "emptytrash", "restore") run in-process through HelperFiles, with the
 //   caller's home as `home` and the moved log of the dispatcher's rules.
+// - Under Linux rules "junk" runs in-process too (HelperLinuxJunk): the script's folders are a Mac's.
 // - Every other op runs the script: `bash -c <dispatch> brimstell-helper <me> <op> <arg> <list>`
 //   through /usr/bin/env -i, so bash sees exactly PATH and LC_ALL=C and nothing else, whatever the
 //   environment of the process that serves the request. The list is handed over as $4 with its
