@@ -43,14 +43,6 @@ std::vector<std::string> plistsIn(const std::string& folder) {
     return out;
 }
 
-// The birth time where the file system keeps one, else the last change of its contents.
-std::optional<double> createdAt(const std::string& location) {
-    const auto id = quorv::compat::identityAt(AT_FDCWD, location.c_str());
-    if (id && id->bornSeconds > 0) return static_cast<double>(id->bornSeconds) + id->bornNanoseconds / 1e9;
-    struct stat st {};
-    if (::lstat(location.c_str(), &st) != 0) return std::nullopt;
-    return static_cast<double>(st.st_mtime);
-}
 
 bool byShownName(const BackgroundItem& a, const BackgroundItem& b) {
     const auto na = a.shownName(), nb = b.shownName();
@@ -72,6 +64,14 @@ std::map<std::string, std::string> listedNames(const std::vector<BTMRecord>& rec
 }
 
 }  // namespace
+
+std::optional<double> createdAt(const std::string& location) {
+    const auto id = quorv::compat::identityAt(AT_FDCWD, location.c_str());
+    if (id && id->bornSeconds > 0) return static_cast<double>(id->bornSeconds) + id->bornNanoseconds / 1e9;
+    struct stat st {};
+    if (::lstat(location.c_str(), &st) != 0) return std::nullopt;
+    return static_cast<double>(st.st_mtime);
+}
 
 std::string BackgroundItems::userDomain() { return "gui/" + std::to_string(quorv::host().uid); }
 

@@ -13,6 +13,10 @@
 
 namespace brimstell {
 
+// When the file at location was made: its birth time where the file system keeps one, else the
+// last change of its contents; nullopt when nothing is there.
+std::optional<double> createdAt(const std::string& location);
+
 struct BackgroundItems {
     struct Scan {
         std::vector<BackgroundItem> items;

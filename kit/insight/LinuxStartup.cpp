@@ -22,14 +22,6 @@ using Scope = BackgroundItem::Scope;
 
 namespace {
 
-std::optional<double> createdAt(const std::string& location) {
-    const auto id = quorv::compat::identityAt(AT_FDCWD, location.c_str());
-    if (id && id->bornSeconds > 0) return static_cast<double>(id->bornSeconds) + id->bornNanoseconds / 1e9;
-    struct stat st {};
-    if (::lstat(location.c_str(), &st) != 0) return std::nullopt;
-    return static_cast<double>(st.st_mtime);
-}
-
 std::vector<std::string> namesIn(const std::string& folder, std::string_view extension) {
     std::vector<std::string> out;
     std::unique_ptr<DIR, int (*)(DIR*)> dir(::opendir(folder.c_str()), ::closedir);
