@@ -74,14 +74,14 @@ TEST(UpdateAnswers, AppStoreAnswerShapes) {
 
 TEST(UpdateAnswers, RealHomebrewOutputs) {
     if (!std::filesystem::is_directory(real("homebrew"))) GTEST_SKIP() << "the real fixtures are not beside the checkout";
-    const auto spec = UpdateAnswers::parseBrew(testing_support::readText(real("homebrew/brew_outdated_v2_homebrew_spec.json")));
-    ASSERT_EQ(spec.size(), 1u);  // the formula is not a cask
-    EXPECT_EQ(spec[0].name, "local-caffeine");
-    EXPECT_EQ(spec[0].cask, "local-caffeine");
-    EXPECT_EQ(spec[0].installed, "1.2.2");
-    EXPECT_EQ(spec[0].available, "1.2.3");
-    EXPECT_EQ(spec[0].source, AppUpdate::Source::homebrew);
-    EXPECT_EQ(spec[0].id(), "Homebrew|local-caffeine");
+    const auto formula = UpdateAnswers::parseBrew(testing_support::readText(real("homebrew/brew_outdated_v2_homebrew_spec.json")));
+    ASSERT_EQ(formula.size(), 1u);  // the formula is not a cask
+    EXPECT_EQ(formula[0].name, "local-caffeine");
+    EXPECT_EQ(formula[0].cask, "local-caffeine");
+    EXPECT_EQ(formula[0].installed, "1.2.2");
+    EXPECT_EQ(formula[0].available, "1.2.3");
+    EXPECT_EQ(formula[0].source, AppUpdate::Source::homebrew);
+    EXPECT_EQ(formula[0].id(), "Homebrew|local-caffeine");
     // 2021's output gave installed_versions as one text: such entries are skipped.
     EXPECT_TRUE(UpdateAnswers::parseBrew(testing_support::readText(real("homebrew/brew_outdated_v2_salt_2021_cask_string.json"))).empty());
     const auto greedy = UpdateAnswers::parseBrew(testing_support::readText(real("homebrew/brew_outdated_cask_greedy_v2_salt_empty_formulae.json")));

@@ -231,6 +231,15 @@ std::vector<T> inOrder(std::vector<std::pair<std::size_t, T>> indexed) {
     return out;
 }
 
+// The paths that move themselves: those that are their own holder.
+std::vector<std::size_t> ownHolders(const std::vector<std::size_t>& holder) {
+    std::vector<std::size_t> kept;
+    for (std::size_t i = 0; i < holder.size(); ++i) {
+        if (holder[i] == i) kept.push_back(i);
+    }
+    return kept;
+}
+
 // One outcome per path given, in order, from what moved (by index) and why the rest didn't.
 std::vector<TrashOutcome> outcomesOf(const std::vector<std::string>& paths, const std::vector<std::size_t>& holder,
                                      const std::vector<std::pair<std::size_t, MovedItem>>& moved,
@@ -314,10 +323,7 @@ std::vector<std::size_t> FS::holdersOf(const std::vector<std::string>& paths) {
 TrashResult FS::trash(const std::vector<std::string>& paths, const std::map<std::string, std::int64_t>& sizes,
                       const std::optional<std::string>& source) {
     const std::vector<std::size_t> holder = holdersOf(paths);
-    std::vector<std::size_t> kept;
-    for (std::size_t i = 0; i < paths.size(); ++i) {
-        if (holder[i] == i) kept.push_back(i);
-    }
+    const std::vector<std::size_t> kept = ownHolders(holder);
     const auto trashBackend = quorv::host().trash;
 
     History& history = History::shared();

@@ -268,6 +268,53 @@ std::optional<std::string> FreedesktopTrash::moveToTrash(const std::string& give
     return moveNotingPlace(given, error, original);
 }
 
+namespace {
+
+// The Trash an item of device `device` goes to: the home's when it is on the home's disk, else its
+// disk's shared or own one; with the path to record in its .trashinfo.
+struct TrashFor {
+    UniqueFd fd;
+    std::string path;
+    std::string recorded;
+};
+
+TrashFor trashFor(int parentFd, const std::string& itemPath, dev_t device, std::string& error) {
+    TrashFor t;
+    t.recorded = itemPath;
+    const std::string home = FreedesktopTrash::homeTrash();
+    if (deviceOf(home) == device) {
+        if (!files::makeFolders(home, 0700)) {
+            error = trashText::notMoved;
+            return t;
+        }
+        t.fd = LinkSafe::openFolder(home, true);
+        t.path = home;
+    } else {
+        UniqueFd top = topFolderOf(parentFd);
+        const auto topPath = top ? LinkSafe::pathOf(top.get()) : std::nullopt;
+        if (topPath && LinkSafe::isInside(itemPath, *topPath)) {
+            t.fd = openSharedTrash(top.get(), true);
+            t.path = join(*topPath, ".Trash/" + uidText());
+            if (!t.fd) {
+                t.fd = openOwnTrash(top.get(), true);
+                t.path = join(*topPath, ".Trash-" + uidText());
+            }
+            // Paths in a top folder's Trash are relative to it, so the disk can be mounted elsewhere.
+            t.recorded = *topPath == "/" ? itemPath.substr(1) : itemPath.substr(topPath->size() + 1);
+        }
+        struct stat trashSt{};
+        if (!t.fd || ::fstat(t.fd.get(), &trashSt) != 0 || trashSt.st_dev != device) {
+            error = trashText::otherDisk;
+            t.fd.reset();
+            return t;
+        }
+    }
+    if (!t.fd) error = trashText::notMoved;
+    return t;
+}
+
+}  // namespace
+
 std::optional<std::string> FreedesktopTrash::moveNotingPlace(const std::string& given, std::string& error,
                                                              std::string& original) {
     error.clear();
@@ -291,40 +338,11 @@ std::optional<std::string> FreedesktopTrash::moveNotingPlace(const std::string& 
     }
     const std::string itemPath = join(realParent, name);
 
-    const std::string home = homeTrash();
-    UniqueFd trashFd;
-    std::string trashPath;
-    std::string recorded = itemPath;
-    if (deviceOf(home) == item.st_dev) {
-        if (!files::makeFolders(home, 0700)) {
-            error = trashText::notMoved;
-            return std::nullopt;
-        }
-        trashFd = LinkSafe::openFolder(home, true);
-        trashPath = home;
-    } else {
-        UniqueFd top = topFolderOf(parentFd.get());
-        const auto topPath = top ? LinkSafe::pathOf(top.get()) : std::nullopt;
-        if (topPath && LinkSafe::isInside(itemPath, *topPath)) {
-            trashFd = openSharedTrash(top.get(), true);
-            trashPath = join(*topPath, ".Trash/" + uidText());
-            if (!trashFd) {
-                trashFd = openOwnTrash(top.get(), true);
-                trashPath = join(*topPath, ".Trash-" + uidText());
-            }
-            // Paths in a top folder's Trash are relative to it, so the disk can be mounted elsewhere.
-            recorded = *topPath == "/" ? itemPath.substr(1) : itemPath.substr(topPath->size() + 1);
-        }
-        struct stat trashSt{};
-        if (!trashFd || ::fstat(trashFd.get(), &trashSt) != 0 || trashSt.st_dev != item.st_dev) {
-            error = trashText::otherDisk;
-            return std::nullopt;
-        }
-    }
-    if (!trashFd) {
-        error = trashText::notMoved;
-        return std::nullopt;
-    }
+    TrashFor trash = trashFor(parentFd.get(), itemPath, item.st_dev, error);
+    if (!trash.fd) return std::nullopt;
+    UniqueFd& trashFd = trash.fd;
+    const std::string& trashPath = trash.path;
+    const std::string& recorded = trash.recorded;
     const std::string realTrash = LinkSafe::pathOf(trashFd.get()).value_or(trashPath);
     if (const char* problem = trashText::nestingProblem(itemPath, realParent, realTrash)) {
         error = problem;
