@@ -20,7 +20,9 @@ CurlLibrary load() {
                      lookUp(handle, c.multiRemove, "curl_multi_remove_handle") &&
                      lookUp(handle, c.multiPerform, "curl_multi_perform") &&
                      lookUp(handle, c.multiInfoRead, "curl_multi_info_read") && lookUp(handle, c.multiPoll, "curl_multi_poll") &&
-                     lookUp(handle, c.multiCleanup, "curl_multi_cleanup");
+                     lookUp(handle, c.multiCleanup, "curl_multi_cleanup") &&
+                     lookUp(handle, c.slistAppend, "curl_slist_append") &&
+                     lookUp(handle, c.slistFreeAll, "curl_slist_free_all");
     c.loaded = all && c.globalInit(CURL_GLOBAL_DEFAULT) == CURLE_OK;
     return c;
 }
