@@ -184,6 +184,23 @@ TEST(CloudDownloads, KeptOfflineIsRememberedPerFolderAndReported) {
     EXPECT_FALSE(settings.object("cloud.keptOffline").has_value());
 }
 
+TEST(CloudDownloads, KeptOfflineListStaysSmallAndSurvivesHostileValues) {
+    Cloud s;
+    brimstell::addCloudFolders(s.mac);
+    auto& settings = *s.host->settings;
+    settings.set("cloud.keptOffline", "many");
+    for (const auto& e : CloudDownloads::scan()) EXPECT_EQ(e.keptOffline, 0u) << e.name;
+    std::vector<std::string> old;
+    for (int i = 0; i < 600; ++i) old.push_back("/Users/ann/Library/CloudStorage/OneDrive-Contoso/f" + std::to_string(1000 + i));
+    old.push_back("relative/path");
+    settings.set("cloud.keptOffline", quorv::Value::strings(old));
+    CloudDownloads::remove({s.dropbox});
+    const auto kept = settings.stringArray("cloud.keptOffline").value_or(std::vector<std::string>{});
+    ASSERT_EQ(kept.size(), 500u);
+    EXPECT_EQ(kept.front(), "/Users/ann/Library/CloudStorage/Dropbox/Taxes 2025.pdf");
+    EXPECT_EQ(kept.back(), "/Users/ann/Library/CloudStorage/OneDrive-Contoso/f1498");
+}
+
 TEST(CloudDownloads, KeptOfflineErrors) {
     const auto wrap = [](CloudError inner, const char* domain = "NSCocoaErrorDomain", long code = 256) {
         return CloudError{domain, code, std::make_shared<CloudError>(std::move(inner))};

@@ -28,22 +28,20 @@ std::size_t KeptOffline::countBelow(const std::string& root) {
 }
 
 void KeptOffline::replace(const std::vector<std::string>& roots, const std::vector<std::string>& found) {
-    std::set<std::string> kept;
+    // This run's finds first, so that a full list makes room for them rather than for older ones.
+    std::set<std::string> paths;
+    const auto add = [&paths](const std::string& location) {
+        if (paths.size() < maxPaths) paths.insert(quorv::host().systemPath(location).value_or(location));
+    };
+    for (const auto& location : std::set<std::string>(found.begin(), found.end())) add(location);
     for (const auto& location : locations()) {
         const bool released = std::any_of(roots.begin(), roots.end(),
                                           [&](const std::string& root) { return quorv::LinkSafe::isInside(location, root); });
-        if (!released) kept.insert(location);
+        if (!released) add(location);
     }
-    kept.insert(found.begin(), found.end());
-    std::vector<std::string> paths;
-    for (const auto& location : kept) {
-        if (paths.size() == maxPaths) break;
-        paths.push_back(quorv::host().systemPath(location).value_or(location));
-    }
-    std::sort(paths.begin(), paths.end());
     auto& store = quorv::settings();
     if (paths.empty()) store.remove(keys::cloudKeptOffline);
-    else store.set(keys::cloudKeptOffline, quorv::Value::strings(paths));
+    else store.set(keys::cloudKeptOffline, quorv::Value::strings(std::vector<std::string>(paths.begin(), paths.end())));
 }
 
 }  // namespace brimstell

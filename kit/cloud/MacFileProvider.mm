@@ -1,5 +1,7 @@
 // The file manager's ubiquitous-item calls: the resource values of a cloud file and the eviction
 // of its local copy. Every decision on what they return is made in CloudDownloads.
+// These calls take a path, as the system offers no other: a link swapped into the path at worst
+// makes the provider evict another of its own items, whose content stays in the cloud.
 
 #import <Foundation/Foundation.h>
 
@@ -14,10 +16,12 @@ NSURL* urlOf(const CloudFile& file) {
     return [NSURL fileURLWithFileSystemRepresentation:location.c_str() isDirectory:NO relativeToURL:nil];
 }
 
-std::shared_ptr<const CloudError> errorOf(NSError* error, bool withUnderlying) {
-    if (!error) return nullptr;
+std::shared_ptr<const CloudError> errorOf(id object, bool withUnderlying) {
+    if (![object isKindOfClass:[NSError class]]) return nullptr;
+    NSError* error = object;
     auto out = std::make_shared<CloudError>();
-    out->domain = error.domain.UTF8String ?: "";
+    const char* domain = error.domain.UTF8String;
+    out->domain = domain ? domain : "";
     out->code = static_cast<long>(error.code);
     if (withUnderlying) out->underlying = errorOf(error.userInfo[NSUnderlyingErrorKey], false);
     return out;
@@ -31,9 +35,11 @@ public:
                                NSURLUbiquitousItemHasUnresolvedConflictsKey ];
             NSDictionary* values = [urlOf(file) resourceValuesForKeys:keys error:nil];
             if (!values) return std::nullopt;
-            return CloudItemFacts{[values[NSURLIsUbiquitousItemKey] boolValue],
-                                  [values[NSURLUbiquitousItemIsUploadedKey] boolValue],
-                                  [values[NSURLUbiquitousItemHasUnresolvedConflictsKey] boolValue]};
+            CloudItemFacts facts;
+            facts.cloudItem = [values[NSURLIsUbiquitousItemKey] boolValue] == YES;
+            facts.uploaded = [values[NSURLUbiquitousItemIsUploadedKey] boolValue] == YES;
+            facts.conflicts = [values[NSURLUbiquitousItemHasUnresolvedConflictsKey] boolValue] == YES;
+            return facts;
         }
     }
 
