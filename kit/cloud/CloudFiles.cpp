@@ -39,7 +39,7 @@ bool skipped(const FolderEntry& entry) {
 
 }  // namespace
 
-void CloudFiles::each(const std::string& root, const std::function<void(CloudFile&&)>& each) {
+void CloudFiles::each(const std::string& root, const std::function<void(CloudFile&&)>& take) {
     const quorv::UniqueFd rootFd = quorv::LinkSafe::openFolder(root, false);
     if (!rootFd) return;
     struct stat top {};
@@ -59,7 +59,7 @@ void CloudFiles::each(const std::string& root, const std::function<void(CloudFil
                 continue;
             }
             if (entry.st.st_nlink > 1 && !linked.emplace(entry.st.st_dev, entry.st.st_ino).second) continue;
-            each(CloudFile{root, joined(folder.relative, entry.name), static_cast<std::int64_t>(entry.st.st_blocks) * 512});
+            take(CloudFile{root, joined(folder.relative, entry.name), static_cast<std::int64_t>(entry.st.st_blocks) * 512});
         }
     }
 }

@@ -23,12 +23,12 @@ struct CloudFiles {
     // a hostile tree can't make a walk run on without end.
     static constexpr int maxDepth = 256;
 
-    // Calls each for every regular file below root, except ".DS_Store" (Finder's own, never
+    // Calls take for every regular file below root, except ".DS_Store" (Finder's own, never
     // synced) and what lies in the caches that sync clients keep inside their folders without
     // syncing them (".dropbox.cache"): neither is downloaded cloud content. Links are not
     // followed, the walk stays on root's file system, and a file with several hard links is
     // reported once. A root that is missing, or is itself a link, gives nothing.
-    static void each(const std::string& root, const std::function<void(CloudFile&&)>& each);
+    static void each(const std::string& root, const std::function<void(CloudFile&&)>& take);
 
     // The allocated bytes of those files: what is downloaded. A file that exists only in the
     // cloud allocates nothing and adds 0.
