@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kit/sandbox/SandboxMac.hpp"
+#include "kit/sandbox/SandboxCloud.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 #include "support/TestSupport.hpp"
 
@@ -108,6 +109,7 @@ struct Sandbox {
         auto m = brimstell::SandboxMac::create(dir / "mac");
         m.addSampleContent();
         brimstell::addStartupItems(m);
+        brimstell::addCloudFolders(m);
         return m;
     }();
     testing_support::RunResult run(const std::vector<std::string>& args) const {
@@ -149,6 +151,8 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},
         {"startup", "--json"},
+        {"cloud", "--json"},
+        {"cloud", "release", "Dropbox", "OneDrive", "--yes", "--json"},
         {"startup", "disable", "com.example.editor.updater", "--json"},
         {"versions", "compare", "--json", "1.0", "2.0"},
         {"health", "--json", "--history"},
