@@ -3,10 +3,11 @@
 #include <algorithm>
 #include <atomic>
 #include <mutex>
-#include <thread>
+#include <future>
 
 #include "kit/cloud/CloudDownloads.hpp"
 #include "kit/cloud/KeptOffline.hpp"
+#include "support/background/Background.hpp"
 #include "support/host/Host.hpp"
 
 namespace brimstell {
@@ -61,21 +62,12 @@ void releaseAll(const std::vector<CloudFile>& files, FileProvider& provider, Tal
     const auto work = [&] {
         for (std::size_t i = next++; i < files.size(); i = next++) tally.add(files[i], releaseOne(files[i], provider));
     };
-    std::vector<std::thread> workers;
+    // A few tasks of the process's one pool, and this thread, take files until none is left.
+    std::vector<std::future<void>> helpers;
     const auto wanted = std::min<std::size_t>(maxWorkers, files.size());
-    const auto h = quorv::currentHost();
-    for (std::size_t i = 1; i < wanted; ++i) {
-        try {
-            workers.emplace_back([&work, h] {
-                quorv::HostScope scope(h);
-                work();
-            });
-        } catch (...) {
-            break;  // fewer workers, same result
-        }
-    }
+    for (std::size_t i = 1; i < wanted; ++i) helpers.push_back(quorv::Background::run(work));
     work();
-    for (auto& worker : workers) worker.join();
+    for (auto& helper : helpers) helper.get();
 }
 
 }  // namespace
