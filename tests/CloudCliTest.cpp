@@ -14,16 +14,8 @@ namespace {
 
 using testing_support::runProgram;
 
-struct CloudCli {
-    testing_support::TempDir dir;
-    brimstell::SandboxMac mac = [this] {
-        auto m = brimstell::SandboxMac::create(dir / "mac");
-        brimstell::addCloudFolders(m);
-        return m;
-    }();
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
-        return runProgram(BRIMSTELL_CLI_EXE, args, mac.environment());
-    }
+struct CloudCli : testing_support::CliMac {
+    CloudCli() { brimstell::addCloudFolders(mac); }
     std::int64_t allocated(const std::string& systemPath) const {
         struct stat st {};
         return ::lstat(mac.path(systemPath).c_str(), &st) == 0 ? static_cast<std::int64_t>(st.st_blocks) * 512 : -1;
