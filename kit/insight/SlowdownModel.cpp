@@ -43,6 +43,11 @@ std::string SlowdownModel::nothingTitle() {
 
 std::string SlowdownModel::nothingDetail() { return "The processor, memory, disk and temperature all look normal."; }
 
+std::string SlowdownModel::quitNote() {
+    return quorv::host().isMac() ? Slowdown::quitNote
+                                 : "It's asked to quit politely, so it can save your work before it closes.";
+}
+
 std::string SlowdownModel::quitText(const std::string& name) { return name + " was asked to quit"; }
 
 }  // namespace brimstell

@@ -32,6 +32,8 @@ public:
     static std::string nothingTitle();
     static std::string nothingDetail();
     static std::string quitText(const std::string& name);
+    // How a quit fix quits: as from the Dock on a Mac, SIGTERM on Linux.
+    static std::string quitNote();
     static constexpr const char* quitFailedText = "It couldn't be asked to quit";
 };
 
