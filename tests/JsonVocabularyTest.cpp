@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kit/sandbox/SandboxMac.hpp"
+#include "kit/sandbox/SandboxSlowdown.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 #include "support/TestSupport.hpp"
 
@@ -108,6 +109,7 @@ struct Sandbox {
         auto m = brimstell::SandboxMac::create(dir / "mac");
         m.addSampleContent();
         brimstell::addStartupItems(m);
+        brimstell::addSlowdown(m);
         return m;
     }();
     testing_support::RunResult run(const std::vector<std::string>& args) const {
@@ -150,6 +152,8 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"leftovers", "clean", "--yes", "--json"},
         {"startup", "--json"},
         {"startup", "disable", "com.example.editor.updater", "--json"},
+        {"slow", "--json"},
+        {"slow", "quit", "702", "--yes", "--json"},
         {"versions", "compare", "--json", "1.0", "2.0"},
         {"health", "--json", "--history"},
         {"demo", (s.dir / "demo"), "--json"},

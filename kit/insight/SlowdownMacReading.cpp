@@ -17,9 +17,8 @@ namespace {
 // may be very slow.
 constexpr double toolTimeLimit = 10;
 
-std::string output(const std::string& systemPath, std::vector<std::string> args) {
+std::string output(const std::string& systemPath, const std::vector<std::string>& args) {
     const std::string program = quorv::host().path(systemPath);
-    args.insert(args.begin(), program);
     quorv::ShellOptions options;
     options.timeLimit = toolTimeLimit;
     options.maxOutput = 8u << 20;

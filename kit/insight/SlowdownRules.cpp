@@ -45,12 +45,13 @@ double cpuOf(const std::vector<Slowdown::Proc>& procs, const std::vector<std::st
 
 // On Linux /usr/bin holds people's apps too, so it isn't a system folder there; the daemons and
 // helpers lie in sbin, libexec and lib. A path that isn't absolute is a kernel thread or a
-// process whose executable we may not see (another account's, root's): the system's own.
-bool systemOwn(const Slowdown::Load& load) {
+// process whose executable we may not see (another account's, root's): the system's own; unless
+// it is the user's, whose executables we always see: then it is a script known by its name.
+bool systemOwn(const Slowdown::Load& load, std::uint32_t me) {
     static const std::vector<std::string_view> mac = {"/System/", "/usr/libexec/", "/usr/sbin/",
                                                       "/sbin/", "/Library/Apple/", "/usr/bin/"};
     static const std::vector<std::string_view> linux = {"/usr/sbin/", "/sbin/", "/usr/libexec/", "/usr/lib/", "/lib/"};
-    if (!onMac() && (load.path.empty() || load.path[0] != '/')) return true;
+    if (!onMac() && (load.path.empty() || load.path[0] != '/')) return load.uids != std::set<std::uint32_t>{me};
     const auto& folders = onMac() ? mac : linux;
     return std::any_of(folders.begin(), folders.end(),
                        [&](std::string_view f) { return std::string_view(load.path).substr(0, f.size()) == f; });
@@ -85,7 +86,7 @@ bool otherAccount(std::uint32_t uid, std::uint32_t me) {
 void addMemoryHolders(const Slowdown::Reading& r, const std::vector<Slowdown::Load>& loads, std::vector<Cause>& out) {
     std::vector<const Slowdown::Load*> mine;
     for (const auto& load : loads)
-        if (load.uids == std::set<std::uint32_t>{r.me} && !systemOwn(load) && load.memory >= memoryHolderMinimum)
+        if (load.uids == std::set<std::uint32_t>{r.me} && !systemOwn(load, r.me) && load.memory >= memoryHolderMinimum)
             mine.push_back(&load);
     std::stable_sort(mine.begin(), mine.end(), [](auto* a, auto* b) { return a->memory > b->memory; });
     if (mine.size() > memoryHoldersShown) mine.resize(memoryHoldersShown);

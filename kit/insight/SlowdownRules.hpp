@@ -13,9 +13,9 @@ namespace brimstell::slowdownRules {
 
 // The sum of cpu over the processes whose executable's file name is one of names.
 double cpuOf(const std::vector<Slowdown::Proc>& procs, const std::vector<std::string_view>& names);
-// Whether the program is the system's own: it lies in a system folder, or (on Linux) we could not
-// see where it lies.
-bool systemOwn(const Slowdown::Load& load);
+// Whether the program is the system's own: it lies in a system folder, or (on Linux) it isn't the
+// user's and we could not see where it lies.
+bool systemOwn(const Slowdown::Load& load, std::uint32_t me);
 // Whether a busy program is left to a rule of its own (background work, heat, backup, drawing).
 bool excludedFromBusy(const std::string& path);
 // The programs that draw the screen: "WindowServer"; on Linux the X server and the compositors.
