@@ -199,11 +199,11 @@ TEST(SlowdownLinux, MemoryPressureAndHeat) {
     using Zone = read::Zone;
     struct Heat { std::vector<Zone> zones; Slowdown::Thermal state; };
     const Heat heat[] = {
-        {{{69999, {{"active", "70000"}, {"passive", "90000"}}}}, Slowdown::Thermal::nominal},
-        {{{70000, {{"active", "70000"}, {"passive", "90000"}}}}, Slowdown::Thermal::fair},
-        {{{45000, {{"passive", "0"}}}, {{91000, {{"active", "70000"}, {"passive", "90000"}}}}}, Slowdown::Thermal::serious},
-        {{{105000, {{"hot", "100000"}, {"critical", "110000"}}}}, Slowdown::Thermal::critical},
-        {{{30000, {{"critical", "-273000"}}}}, Slowdown::Thermal::nominal},
+        {{Zone{69999, {{"active", 70000}, {"passive", 90000}}}}, Slowdown::Thermal::nominal},
+        {{Zone{70000, {{"active", 70000}, {"passive", 90000}}}}, Slowdown::Thermal::fair},
+        {{Zone{45000, {{"passive", 0}}}, Zone{91000, {{"active", 70000}, {"passive", 90000}}}}, Slowdown::Thermal::serious},
+        {{Zone{105000, {{"hot", 100000}, {"critical", 110000}}}}, Slowdown::Thermal::critical},
+        {{Zone{30000, {{"critical", -273000}}}}, Slowdown::Thermal::nominal},
     };
     for (const auto& h : heat) EXPECT_EQ(read::thermalState(h.zones), h.state);
     EXPECT_EQ(read::uptime("6713.04 11672.45\n"), 6713.04);

@@ -79,7 +79,7 @@ TEST(SlowdownRules, BusyProgramsByShareOwnerAndFolder) {
         {0, 400, "/usr/sbin/cupsd", "", "", Severity::low},
         {me, 90, "/usr/bin/ruby", "", "", Severity::low},
         {502, 90, "/Applications/Editor.app/Contents/MacOS/Editor", "", "", Severity::low},
-        {me, 90, "/Applications/Odd.app/Contents/MacOS/mdworker_shared", "", "", Severity::low},
+        {me, 90, "/opt/odd/mdworker_shared", "", "", Severity::low},
         {me, 90, "/opt/kernel_task", "", "", Severity::low},
     };
     for (const auto& c : cases) {

@@ -48,7 +48,7 @@ bool addMemory(const Slowdown::Reading& r, std::vector<Cause>& out) {
 
 void addBusy(const Slowdown::Reading& r, const std::vector<Slowdown::Load>& loads, std::vector<Cause>& out) {
     for (const auto& load : loads) {
-        if (load.cpu < 60 || slowdownRules::systemOwn(load, r.me) || slowdownRules::excludedFromBusy(load.path)) continue;
+        if (load.cpu < 60 || slowdownRules::systemOwn(load, r.me) || slowdownRules::excludedFromBusy(load.name)) continue;
         const Severity severity = load.cpu >= 150 ? Severity::high : Severity::medium;
         const std::string title = load.name + " is keeping the processor busy";
         if (load.uids == std::set<std::uint32_t>{r.me}) {

@@ -57,8 +57,7 @@ bool systemOwn(const Slowdown::Load& load, std::uint32_t me) {
                        [&](std::string_view f) { return std::string_view(load.path).substr(0, f.size()) == f; });
 }
 
-bool excludedFromBusy(const std::string& path) {
-    const auto name = fileName(path);
+bool excludedFromBusy(const std::string& name) {
     if (name == "kernel_task" || among(name, backupNames()) || among(name, drawingNames())) return true;
     for (const auto& work : Slowdown::workTable())
         if (among(name, work.names)) return true;

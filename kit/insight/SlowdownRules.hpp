@@ -16,8 +16,9 @@ double cpuOf(const std::vector<Slowdown::Proc>& procs, const std::vector<std::st
 // Whether the program is the system's own: it lies in a system folder, or (on Linux) it isn't the
 // user's and we could not see where it lies.
 bool systemOwn(const Slowdown::Load& load, std::uint32_t me);
-// Whether a busy program is left to a rule of its own (background work, heat, backup, drawing).
-bool excludedFromBusy(const std::string& path);
+// Whether a busy program, by its name (an executable's file name, or an app's name), is left to a
+// rule of its own (background work, heat, backup, drawing).
+bool excludedFromBusy(const std::string& name);
 // The programs that draw the screen: "WindowServer"; on Linux the X server and the compositors.
 const std::vector<std::string_view>& drawingNames();
 // Whether uid is a person's account other than me.
