@@ -89,6 +89,8 @@ std::vector<Slowdown::Proc> Slowdown::parsePS(std::string_view text) {
 // Grouped by app bundle where the executable lies in one, else by the executable's path; the
 // bundle's identifier is read from its Info.plist (through the host, so a sandbox Mac's apps
 // answer). The name is the bundle's folder name without ".app", else the executable's file name.
+// The user's uid plays no part in grouping: a program run by several accounts is one Load with all
+// their uids, which the rules tell apart.
 std::vector<Slowdown::Load> Slowdown::group(const std::vector<Proc>& procs, std::uint32_t) {
     std::map<std::string, Load> byKey;
     for (const auto& p : procs) {
