@@ -14,6 +14,7 @@
 
 #include "kit/sandbox/SandboxMac.hpp"
 #include "kit/sandbox/SandboxCloud.hpp"
+#include "kit/sandbox/SandboxSlowdown.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 #include "support/TestSupport.hpp"
 
@@ -110,6 +111,7 @@ struct Sandbox {
         m.addSampleContent();
         brimstell::addStartupItems(m);
         brimstell::addCloudFolders(m);
+        brimstell::addSlowdown(m);
         return m;
     }();
     testing_support::RunResult run(const std::vector<std::string>& args) const {
@@ -154,6 +156,8 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"cloud", "--json"},
         {"cloud", "release", "Dropbox", "OneDrive", "--yes", "--json"},
         {"startup", "disable", "com.example.editor.updater", "--json"},
+        {"slow", "--json"},
+        {"slow", "quit", "702", "--yes", "--json"},
         {"versions", "compare", "--json", "1.0", "2.0"},
         {"health", "--json", "--history"},
         {"demo", (s.dir / "demo"), "--json"},
