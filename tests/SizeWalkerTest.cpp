@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -22,6 +23,7 @@
 #include "kit/files/FS.hpp"
 #include "kit/files/SizeWalker.hpp"
 #include "support/FileTree.hpp"
+#include "support/TestSupport.hpp"
 #include "support/TrashTestSupport.hpp"
 
 namespace {
@@ -31,31 +33,17 @@ using brimstell::SizeResult;
 using brimstell::SizeWalker;
 using testing_support::makeFolders;
 
-// A temporary folder under base (else TMPDIR, else /tmp), removed with everything in it.
-class TempTree {
-public:
-    explicit TempTree(const std::string& base = {}) {
-        const char* tmp = std::getenv("TMPDIR");
-        std::string pattern = (!base.empty() ? base : tmp && *tmp ? tmp : "/tmp") + "/brimstell-walker.XXXXXX";
-        if (::mkdtemp(pattern.data())) path_ = pattern;
-    }
-    ~TempTree() {  // gives back any permission a test took away
-        if (!path_.empty()) std::system(("chmod -R u+rwx '" + path_ + "' 2>/dev/null; rm -rf '" + path_ + "'").c_str());
-    }
-    TempTree(const TempTree&) = delete;
-    TempTree& operator=(const TempTree&) = delete;
-    const std::string& path() const { return path_; }
-    std::string operator/(const std::string& rel) const { return path_ + "/" + rel; }
-
-private:
-    std::string path_;
-};
+using testing_support::TempDir;  // gives back the permissions a test took away
 
 void writeFile(const std::string& path, std::size_t bytes) { testing_support::writeBytes(path, std::string(bytes, 'x')); }
 
 void makeLink(const std::string& target, const std::string& name, bool symbolic) {
     ASSERT_EQ(symbolic ? ::symlink(target.c_str(), name.c_str()) : ::link(target.c_str(), name.c_str()), 0) << name;
 }
+
+// A walk's bytes, files, folders and unreadable folders, to compare in one go.
+using Counts = std::array<std::int64_t, 4>;
+Counts counts(const SizeResult& r) { return {r.bytes, r.files, r.folders, r.unreadable}; }
 
 // A file of logical length `length` with only `written` bytes of data at `offset`.
 void writeSparse(const std::string& path, off_t length, off_t offset, std::size_t written) {
@@ -100,13 +88,13 @@ std::int64_t du1(const std::string& path) { return du({path}).front(); }
 // Trees with what makes sizes go wrong, built under t/"top", with the files and folders each holds.
 struct Shape {
     const char* name;
-    std::function<void(const TempTree&)> build;
+    std::function<void(const TempDir&)> build;
     std::int64_t files, folders;
 };
 
 const std::vector<Shape> shapes = {
     {"plain sizes",
-     [](const TempTree& t) {
+     [](const TempDir& t) {
          makeFolders(t / "top/a/b");
          makeFolders(t / "top/empty");
          writeFile(t / "top/zero", 0);
@@ -116,7 +104,7 @@ const std::vector<Shape> shapes = {
      },
      4, 4},
     {"hard links inside the tree count once",
-     [](const TempTree& t) {
+     [](const TempDir& t) {
          makeFolders(t / "top/x");
          makeFolders(t / "top/y");
          writeFile(t / "top/x/big", 2 << 20);
@@ -125,14 +113,14 @@ const std::vector<Shape> shapes = {
      },
      1, 3},
     {"sparse files count their allocated blocks",
-     [](const TempTree& t) {
+     [](const TempDir& t) {
          makeFolders(t / "top");
          writeSparse(t / "top/hole-gig", off_t{1} << 30, off_t{512} << 20, 8192);
          writeSparse(t / "top/tail-only", off_t{64} << 20, (off_t{64} << 20) - 100, 100);
      },
      2, 1},
     {"links to a big file and to a folder are not followed",
-     [](const TempTree& t) {
+     [](const TempDir& t) {
          makeFolders(t / "outside");
          writeFile(t / "outside/huge", 4 << 20);
          makeFolders(t / "top");
@@ -144,7 +132,7 @@ const std::vector<Shape> shapes = {
      },
      5, 1},
     {"hostile names",
-     [](const TempTree& t) {
+     [](const TempDir& t) {
          const std::string longName(255, 'n');
          makeFolders(t / "top/" + longName);
          writeFile(t / "top/" + longName + "/" + std::string(254, 'f') + "z", 5000);
@@ -163,15 +151,11 @@ const std::vector<Shape> shapes = {
 TEST(SizeWalker, AgreesWithDuOnTreesWithLinksHolesAndHostileNames) {
     for (const auto& shape : shapes) {
         SCOPED_TRACE(shape.name);
-        TempTree t;
-        ASSERT_FALSE(t.path().empty());
+        TempDir t;
         shape.build(t);
         if (::testing::Test::HasFatalFailure()) return;
         const SizeResult r = SizeWalker::walk(t / "top");
-        EXPECT_EQ(r.bytes, du1(t / "top"));
-        EXPECT_EQ(r.files, shape.files);
-        EXPECT_EQ(r.folders, shape.folders);
-        EXPECT_EQ(r.unreadable, 0);
+        EXPECT_EQ(counts(r), (Counts{du1(t / "top"), shape.files, shape.folders, 0}));
         // A folder's size is what lies beneath it: du's figure less the folder's own blocks.
         EXPECT_EQ(r.topFolderBytes, blocksOf(t / "top"));
         EXPECT_EQ(FS::size(t / "top"), r.bytes - blocksOf(t / "top"));
@@ -179,7 +163,7 @@ TEST(SizeWalker, AgreesWithDuOnTreesWithLinksHolesAndHostileNames) {
 }
 
 TEST(SizeWalker, MissingPathsFilesAndLinksAtTheTop) {
-    TempTree t;
+    TempDir t;
     writeFile(t / "file", 10000);
     writeFile(t / "big", 3 << 20);
     makeLink(t / "big", t / "link", true);
@@ -203,17 +187,14 @@ TEST(SizeWalker, MissingPathsFilesAndLinksAtTheTop) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.path);
         const SizeResult r = SizeWalker::walk(c.path);
-        EXPECT_EQ(r.bytes, c.size);
-        EXPECT_EQ(r.files, c.files);
-        EXPECT_EQ(r.folders, c.folders);
+        EXPECT_EQ(counts(r), (Counts{c.size, c.files, c.folders, 0}));
         EXPECT_EQ(FS::size(c.path), c.folders > 0 ? c.size - c.fileSize : c.size);
         EXPECT_EQ(FS::fileSize(c.path), c.fileSize);
     }
-    EXPECT_GE(FS::fileSize(t / "file"), 10000);
 }
 
 TEST(SizeWalker, SeveralPathsShareTheInodeSetLikeDu) {
-    TempTree t;
+    TempDir t;
     makeFolders(t / "a/inner");
     makeFolders(t / "b");
     writeFile(t / "a/own", 40000);
@@ -252,7 +233,7 @@ TEST(SizeWalker, AgreesWithDuWhateverTheThreadsAndHeldFolders) {
     // A comb: a spine 300 folders deep with a side folder at every level, so a depth-first walk
     // holds a folder open at each level while its side is pending, and over the limit it must
     // reopen folders from an ancestor.
-    TempTree t;
+    TempDir t;
     std::string spine = t / "top";
     for (int i = 0; i < 300; ++i) {
         makeFolders(spine + "/side");
@@ -267,11 +248,7 @@ TEST(SizeWalker, AgreesWithDuWhateverTheThreadsAndHeldFolders) {
     } cases[] = {{1, 0}, {2, 0}, {8, 0}, {1, 1}, {2, 1}, {4, 3}, {8, 16}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.threads << " threads, " << c.held << " held");
-        const auto r = SizeWalker::walkMany({t / "top"}, {c.threads, c.held}).front();
-        EXPECT_EQ(r.bytes, want);
-        EXPECT_EQ(r.folders, 601);
-        EXPECT_EQ(r.files, 600);
-        EXPECT_EQ(r.unreadable, 0);
+        EXPECT_EQ(counts(SizeWalker::walkMany({t / "top"}, {c.threads, c.held}).front()), (Counts{want, 600, 601, 0}));
     }
 
     // With few descriptors to spare the walk still reads everything: it bounds what it holds.
@@ -282,28 +259,24 @@ TEST(SizeWalker, AgreesWithDuWhateverTheThreadsAndHeldFolders) {
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &tight), 0);
     const auto r = SizeWalker::walk(t / "top");
     ::setrlimit(RLIMIT_NOFILE, &old);
-    EXPECT_EQ(r.bytes, want);
-    EXPECT_EQ(r.unreadable, 0);
+    EXPECT_EQ(counts(r), (Counts{want, 600, 601, 0}));
 }
 
 TEST(SizeWalker, TenThousandLevelsDeep) {
     // In memory where there is a tmpfs: on a busy disk 10,000 mkdir and rmdir can take half a
     // minute of journal waits, and the depth is what this is about.
-    TempTree t(::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "");
-    ASSERT_FALSE(t.path().empty());
-    makeFolders(t / "top");
-    ASSERT_TRUE(testing_support::makeChain(t / "top", "d", 10000));
-    const SizeResult r = SizeWalker::walk(t / "top");
-    EXPECT_EQ(r.bytes, du1(t / "top"));
-    EXPECT_EQ(r.folders, 10001);
-    EXPECT_EQ(r.files, 1);
-    EXPECT_EQ(r.unreadable, 0);
-    testing_support::removeTree(t / "top");
+    TempDir t;
+    std::string top = t / "top", shm = "/dev/shm/brimstell-walker.XXXXXX";
+    if (::access("/dev/shm", W_OK) == 0 && ::mkdtemp(shm.data())) top = shm;
+    makeFolders(top);
+    ASSERT_TRUE(testing_support::makeChain(top, "d", 10000));
+    EXPECT_EQ(counts(SizeWalker::walk(top)), (Counts{du1(top), 1, 10001, 0}));
+    testing_support::removeTree(top);
 }
 
 // Measuring a folder doesn't make it look used: Auto Clean's Downloads rule goes by access times.
 TEST(SizeWalker, LeavesFoldersAccessTimesAlone) {
-    TempTree t;
+    TempDir t;
     makeFolders(t / "top/inner");
     writeFile(t / "top/inner/f", 5000);
     const timespec old[2] = {{1'000'000'000, 0}, {1'000'000'000, 0}};  // 2001, long before the change time
@@ -330,7 +303,7 @@ TEST(SizeWalker, LeavesFoldersAccessTimesAlone) {
 }
 
 TEST(SizeWalker, UnreadableFolderCountsItsOwnBlocksOnly) {
-    TempTree t;
+    TempDir t;
     makeFolders(t / "top/locked");
     makeFolders(t / "top/open");
     writeFile(t / "top/locked/secret", 1 << 20);
@@ -344,14 +317,11 @@ TEST(SizeWalker, UnreadableFolderCountsItsOwnBlocksOnly) {
         GTEST_SKIP() << "cannot give up root's read override here";
     }
     // du would print "cannot read directory" and count the same: the folder's own blocks.
-    EXPECT_EQ(r.bytes, all - hidden);
-    EXPECT_EQ(r.folders, 3);
-    EXPECT_EQ(r.files, 1);
-    EXPECT_EQ(r.unreadable, 1);
+    EXPECT_EQ(counts(r), (Counts{all - hidden, 1, 3, 1}));
 }
 
 TEST(SizeWalker, SubtreeDeletedWhileWalking) {
-    TempTree t;
+    TempDir t;
     for (int d = 0; d < 60; ++d) {
         const std::string dir = t / "top/d" + std::to_string(d);
         makeFolders(dir + "/sub");
@@ -378,7 +348,7 @@ TEST(SizeWalker, SubtreeDeletedWhileWalking) {
 }
 
 TEST(SizeWalker, StaysOnOneFileSystem) {
-    TempTree t;
+    TempDir t;
     makeFolders(t / "top/mnt");
     makeFolders(t / "top/loop");
     writeFile(t / "top/here", 5000);
@@ -397,11 +367,9 @@ TEST(SizeWalker, StaysOnOneFileSystem) {
     ::umount2((t / "top/mnt").c_str(), MNT_DETACH);
     // Like du -x a mount point is left out altogether, the folder under it too; du without -x
     // counts what is mounted there. du -x ran with the bind mount gone, so it counts "loop".
-    EXPECT_EQ(r.bytes, alone - mntBlocks - (bound ? loopBlocks : 0));
+    EXPECT_EQ(counts(r), (Counts{alone - mntBlocks - (bound ? loopBlocks : 0), 1, bound ? 1 : 2, 0}));
     EXPECT_EQ(r.bytes, oneFileSystem - (bound ? loopBlocks : 0));
     EXPECT_GT(crossing, oneFileSystem);
-    EXPECT_EQ(r.folders, bound ? 1 : 2);
-    EXPECT_EQ(r.files, 1);
     // Walked from inside, the mounted file system is the one being measured.
     EXPECT_GE(inside.bytes, 2 << 20);
     EXPECT_EQ(inside.files, 1);
