@@ -76,6 +76,44 @@ std::optional<Autostart::Entry> Autostart::desktopEntry(std::string_view text) {
     return entry;
 }
 
+namespace {
+bool isSwitchKey(std::string_view line) {
+    const auto eq = line.find('=');
+    if (eq == std::string_view::npos) return false;
+    const auto key = lower(trimmed(line.substr(0, eq)));
+    return key == "hidden" || key.ends_with("-autostart-enabled");
+}
+}  // namespace
+
+std::optional<std::string> Autostart::switched(std::string_view text, bool on) {
+    std::string out;
+    bool inGroup = false, seen = false;
+    while (!text.empty()) {
+        const auto feed = text.find('\n');
+        const auto raw = text.substr(0, feed);
+        text.remove_prefix(feed == std::string_view::npos ? text.size() : feed + 1);
+        const auto line = trimmed(raw);
+        if (!line.empty() && line.front() == '[') inGroup = line == "[Desktop Entry]";
+        const bool header = !line.empty() && line.front() == '[';
+        if (inGroup && !header && !line.starts_with("#") && isSwitchKey(line)) continue;
+        out.append(raw).push_back('\n');
+        if (inGroup && header && !seen) {
+            seen = true;
+            if (!on) out += "Hidden=true\n";
+        }
+    }
+    if (!seen) return std::nullopt;
+    return out;
+}
+
+std::vector<std::vector<std::string>> Autostart::unitSwitch(const std::string& unit, BackgroundItem::Scope scope, bool on) {
+    if (scope == BackgroundItem::Scope::allUsers) {
+        if (!on) return {{"--user", "mask", "--now", unit}};
+        return {{"--user", "unmask", unit}, {"--user", "enable", "--now", unit}};
+    }
+    return {{"--user", on ? "enable" : "disable", "--now", unit}};
+}
+
 std::optional<std::string> Autostart::unitProgram(std::string_view text) {
     std::optional<std::string> program;
     bool inService = false;
