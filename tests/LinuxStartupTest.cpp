@@ -138,6 +138,26 @@ TEST(Autostart, SwitchingAnEntryRewritesOnlyItsSwitches) {
     }
 }
 
+TEST(Autostart, TheDesktopsAnEntryStartsIn) {
+    const struct {
+        const char* keys;
+        const char* desktops;
+        bool starts;
+    } cases[] = {
+        {"OnlyShowIn=GNOME;KDE;\n", "ubuntu:GNOME", true},
+        {"OnlyShowIn=KDE;\n", "ubuntu:GNOME", false},
+        {"OnlyShowIn=KDE;\n", "", true},
+        {"NotShowIn=gnome;\n", "ubuntu:GNOME", false},
+        {"NotShowIn=XFCE;\nOnlyShowIn=GNOME\n", "GNOME", true},
+        {"OnlyShowIn=;\n", "GNOME", true},
+    };
+    for (const auto& c : cases) {
+        const auto e = Autostart::desktopEntry(std::string("[Desktop Entry]\nName=N\nExec=n\n") + c.keys);
+        ASSERT_TRUE(e);
+        EXPECT_EQ(Autostart::startsIn(*e, c.desktops), c.starts) << c.keys << c.desktops;
+    }
+}
+
 TEST(Autostart, UnitSwitchCommandsAndTheHelpersOwn) {
     using Scope = BackgroundItem::Scope;
     using Calls = std::vector<Strings>;

@@ -27,7 +27,31 @@ void eachLine(std::string_view text, F&& f) {
     }
 }
 
+std::vector<std::string> listOf(std::string_view text, char separator) {
+    std::vector<std::string> out;
+    while (!text.empty()) {
+        const auto cut = text.find(separator);
+        const auto piece = trimmed(text.substr(0, cut));
+        if (!piece.empty()) out.emplace_back(piece);
+        text.remove_prefix(cut == std::string_view::npos ? text.size() : cut + 1);
+    }
+    return out;
+}
+
 }  // namespace
+
+bool Autostart::startsIn(const Entry& entry, std::string_view desktops) {
+    const auto current = listOf(desktops, ':');
+    if (current.empty()) return true;
+    const auto named = [&current](const std::vector<std::string>& list) {
+        for (const auto& d : current)
+            for (const auto& l : list)
+                if (lower(d) == lower(l)) return true;
+        return false;
+    };
+    if (named(entry.notShowIn)) return false;
+    return entry.onlyShowIn.empty() || named(entry.onlyShowIn);
+}
 
 std::optional<std::string> Autostart::firstWord(std::string_view command) {
     command = trimmed(command);
@@ -69,6 +93,8 @@ std::optional<Autostart::Entry> Autostart::desktopEntry(std::string_view text) {
         if (key == "Name" && entry.name.empty()) entry.name = raw;
         else if (key == "Exec" && !entry.program) entry.program = firstWord(raw);
         else if (key == "Type") application = value == "application";
+        else if (key == "OnlyShowIn") entry.onlyShowIn = listOf(raw, ';');
+        else if (key == "NotShowIn") entry.notShowIn = listOf(raw, ';');
         else if (key == "Hidden" && value == "true") entry.enabled = false;
         else if (lower(key).ends_with("autostart-enabled") && value == "false") entry.enabled = false;
     });

@@ -17,7 +17,13 @@ struct Autostart {
         std::string name;
         std::optional<std::string> program;  // the first word of Exec, quotes removed
         bool enabled = true;                 // false for Hidden=true or an "…Autostart-enabled=false"
+        std::vector<std::string> onlyShowIn;  // the desktops it starts in alone ("GNOME;KDE;")
+        std::vector<std::string> notShowIn;   // the desktops it doesn't start in
     };
+    // Whether the entry starts in a session of these desktops (XDG_CURRENT_DESKTOP, "ubuntu:GNOME"):
+    // not when a desktop is in NotShowIn, or OnlyShowIn names none of them. With no desktop known
+    // (no session to ask) neither list decides: the entry counts as starting.
+    static bool startsIn(const Entry& entry, std::string_view desktops);
     // The [Desktop Entry] group of a desktop file; nothing when there is none (or it is no
     // Application). Keys of other groups and localised names are ignored.
     static std::optional<Entry> desktopEntry(std::string_view text);

@@ -129,7 +129,7 @@ void addAutostart(std::vector<BackgroundItem>& items, const std::string& folder,
         item.scope = scope;
         item.source = BackgroundItem::Source::autostart;
         item.program = entry->program;
-        item.enabled = entry->enabled;
+        item.enabled = entry->enabled && Autostart::startsIn(*entry, quorv::host().env("XDG_CURRENT_DESKTOP").value_or(""));
         if (!entry->name.empty()) item.listedName = entry->name;
         item.added = createdAt(location);
         items.push_back(std::move(item));
