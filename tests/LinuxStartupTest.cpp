@@ -5,6 +5,7 @@
 
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 
 #include "kit/agent/LoginItemWatch.hpp"
 #include "kit/insight/Autostart.hpp"
@@ -12,6 +13,7 @@
 #include "kit/insight/Crontab.hpp"
 #include "kit/insight/Provenance.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
+#include "shared/helper/HelperDispatch.hpp"
 #include "shared/helper/HelperLinuxService.hpp"
 #include "support/TestSupport.hpp"
 
@@ -284,6 +286,24 @@ TEST_F(LinuxStartup, CaptionsAndTheWatchedFolders) {
               (std::set<std::string>{m.path("~/.config/systemd/user/syncd.service"), m.path("/etc/systemd/user/shared.service"),
                                      m.path("/etc/systemd/system/backup.service"), m.path("/etc/xdg/autostart/tray.desktop")}));
     EXPECT_EQ(brimstell::LoginItemWatch::places().front(), m.path("~/.config/autostart"));
+}
+
+// The Linux helper's "svc" runs the systemctl of its root, and answers "OK" only when it worked.
+TEST(HelperLinuxService, SwitchesThroughSystemctl) {
+    testing_support::TempDir root;
+    fs::create_directories(root / "usr/bin");
+    const auto log = root / "calls.log";
+    {
+        std::ofstream tool(root / "usr/bin/systemctl");
+        tool << "#!/bin/sh\necho \"$*\" >> '" << log << "'\n[ \"$4\" = broken.service ] && exit 1\nexit 0\n";
+    }
+    fs::permissions(root / "usr/bin/systemctl", fs::perms::owner_all);
+    const auto dispatch = brimstell::HelperDispatch::open(root.path(), brimstell::HelperRules::linux);
+    ASSERT_TRUE(dispatch.has_value());
+    EXPECT_EQ(dispatch->run("svc", "disable backup.service", {}, "/home/me"), "OK\n");
+    EXPECT_EQ(dispatch->run("svc", "enable broken.service", {}, "/home/me"), "");
+    EXPECT_EQ(dispatch->run("svc", "disable a;b.service", {}, "/home/me"), "");
+    EXPECT_EQ(testing_support::readText(log), "disable --now -- backup.service\nenable --now -- broken.service\n");
 }
 
 // A sandbox Mac whose helper can't be reached: no login items, and system items can't be switched.
