@@ -50,6 +50,7 @@ Json itemJson(const BackgroundItem& i, double now) {
     j["enabled"] = i.enabled;
     j["running"] = i.running;
     j["signature"] = signatureJson(i.signature);
+    if (i.provenance) j["package"] = i.provenance->package ? Json(*i.provenance->package) : Json(nullptr);
     j["addedAt"] = i.added ? dateJson(*i.added) : Json(nullptr);
     j["notes"] = i.notes(now);
     j["worthALook"] = i.worthALook(now);
@@ -88,6 +89,7 @@ void printItem(const BackgroundItem& i, double now) {
     if (i.listedName && *i.listedName != i.shownName()) fmt::print("    listed as {}\n", *i.listedName);
     fmt::print("    {}  {}\n", i.label, shownPath(i.plist));
     if (i.signature) fmt::print("    {}\n", i.signature->summary());
+    if (i.provenance) fmt::print("    {}\n", i.provenance->summary());
     for (const auto& note : i.notes(now)) fmt::print("    ! {}\n", note);
 }
 
@@ -111,8 +113,12 @@ void runList(bool json) {
         for (const auto& i : model.scan.items)
             if (i.scope == scope) printItem(i, now);
     }
-    printLogin(model, LoginItem::Kind::app, BackgroundItem::appsCaption);
-    printLogin(model, LoginItem::Kind::inside, BackgroundItem::helpersCaption);
+    // Login items are the background-task database's; a host without one (Linux, whose autostart
+    // entries stand above) has neither those sections nor a note about them.
+    if (model.scan.loginKnown || !model.loginNote.empty()) {
+        printLogin(model, LoginItem::Kind::app, BackgroundItem::appsCaption);
+        printLogin(model, LoginItem::Kind::inside, BackgroundItem::helpersCaption);
+    }
     if (model.scan.loginKnown) fmt::print("  {}\n", LoginItem::note);
     const auto n = model.worthALook();
     if (n == 0) fmt::print("\n{}\n", BackgroundModel::nothingText);

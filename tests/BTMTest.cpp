@@ -187,6 +187,8 @@ TEST(BackgroundItem, ShownNameAndTheWeek) {
 }
 
 TEST(BackgroundItem, LabelsAndCaptions) {
+    testing_support::SandboxHost sandbox;  // a sandbox Mac: the Mac's own captions
+    quorv::HostScope scope(sandbox.host);
     using S = brimstell::BackgroundItem::Scope;
     EXPECT_STREQ(brimstell::BackgroundItem::scopeLabel(S::user), "Your account");
     EXPECT_STREQ(brimstell::BackgroundItem::scopeLabel(S::allUsers), "All users");

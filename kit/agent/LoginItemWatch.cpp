@@ -11,26 +11,35 @@ namespace brimstell {
 
 std::vector<std::string> LoginItemWatch::places() {
     const auto& h = quorv::host();
+    // Linux: the user's autostart entries and units, then those every user gets, then the
+    // system's own services (the folders the start-up page lists).
+    if (!h.isMac())
+        return {h.inHome(".config/autostart"), h.inHome(".config/systemd/user"), h.path("/etc/xdg/autostart"),
+                h.path("/etc/systemd/user"), h.path("/etc/systemd/system")};
     return {h.inHome("Library/LaunchAgents"), h.path("/Library/LaunchAgents"), h.path("/Library/LaunchDaemons")};
 }
 
 namespace {
 // "x.plist" has the extension "plist"; ".plist" has none (a leading dot starts a hidden name).
-bool hasPlistExtension(const std::string& name) {
+// On Linux the files that start something are ".desktop" entries and ".service" units.
+bool startsSomething(const std::string& name, bool mac) {
     const auto dot = name.rfind('.');
-    return dot != std::string::npos && dot > 0 && name.compare(dot + 1, std::string::npos, "plist") == 0;
+    if (dot == std::string::npos || dot == 0) return false;
+    const std::string_view extension = std::string_view(name).substr(dot + 1);
+    return mac ? extension == "plist" : extension == "desktop" || extension == "service";
 }
 }  // namespace
 
 std::set<std::string> LoginItemWatch::current() {
     std::set<std::string> found;
+    const bool mac = quorv::host().isMac();
     for (const auto& place : places()) {
         std::unique_ptr<DIR, int (*)(DIR*)> dir(::opendir(place.c_str()), ::closedir);
         if (!dir) continue;
         while (const dirent* e = ::readdir(dir.get())) {
             const std::string name = e->d_name;
             if (name == "." || name == "..") continue;
-            if (hasPlistExtension(name)) found.insert(place + "/" + name);
+            if (startsSomething(name, mac)) found.insert(place + "/" + name);
         }
     }
     return found;

@@ -9,9 +9,12 @@
 namespace brimstell {
 
 struct LoginItemWatch {
-    // The user's LaunchAgents, then the system's LaunchAgents and LaunchDaemons.
+    // The user's LaunchAgents, then the system's LaunchAgents and LaunchDaemons. On Linux the
+    // user's ~/.config/autostart and ~/.config/systemd/user, then /etc/xdg/autostart,
+    // /etc/systemd/user and /etc/systemd/system.
     static std::vector<std::string> places();
-    // The paths of the ".plist" entries in those folders now (not recursive). A folder that can't
+    // The paths of the ".plist" entries (on Linux ".desktop" and ".service") in those folders now
+    // (not recursive). A folder that can't
     // be read contributes nothing.
     static std::set<std::string> current();
     // What is new since before; nothing when there was no before (the first look never alerts).

@@ -25,6 +25,15 @@ const char* BackgroundItem::scopeLabel(Scope scope) {
 }
 
 const char* BackgroundItem::caption(Scope scope) {
+    // Linux has no Launch Agents or Daemons: its scopes hold user services, autostart entries and
+    // crontab lines, the same for everyone, and the system's services.
+    if (!quorv::host().isMac()) {
+        switch (scope) {
+            case Scope::user: return "Services and programs that start for your account";
+            case Scope::allUsers: return "Services and programs that start for everyone on this computer";
+            case Scope::system: return "System services, run as root";
+        }
+    }
     switch (scope) {
         case Scope::user: return "Launch Agents in your account";
         case Scope::allUsers: return "Launch Agents for everyone on this Mac";
@@ -44,6 +53,11 @@ std::optional<std::string> appNameInPath(std::string_view program) {
 bool addedLately(std::optional<double> added, double now) { return added && *added > now - week; }
 
 std::string BackgroundItem::shownName() const {
+    // A crontab line is known by its program's name (its label only numbers the line).
+    if (source == Source::cron && program) {
+        const auto slash = program->rfind('/');
+        return slash == std::string::npos ? *program : program->substr(slash + 1);
+    }
     if (program) {
         if (auto name = appNameInPath(*program)) return *name;
     }
@@ -62,7 +76,8 @@ std::vector<std::string> BackgroundItem::notes(double now) const {
 }
 
 bool BackgroundItem::worthALook(double now) const {
-    return addedLately(added, now) || programGone() || (signature && !signature->trusted());
+    return addedLately(added, now) || programGone() || (signature && !signature->trusted()) ||
+           (provenance && !provenance->package);
 }
 
 bool LoginItem::worthALook() const {

@@ -8,12 +8,16 @@
 #include <string_view>
 #include <vector>
 
+#include "kit/insight/Provenance.hpp"
 #include "kit/insight/Signature.hpp"
 
 namespace brimstell {
 
 struct BackgroundItem {
     enum class Scope { user, allUsers, system };
+    // What makes it start: a launchd property list on a Mac; on Linux a systemd unit, an XDG
+    // autostart entry or a line of the user's crontab.
+    enum class Source { launchd, unit, autostart, cron };
 
     std::string label;
     std::string plist;                   // location of the property list
@@ -24,12 +28,15 @@ struct BackgroundItem {
     std::optional<Signature> signature;
     std::optional<double> added;  // creation of the plist, seconds since 1970
     bool running = false;
+    Source source = Source::launchd;
+    // On Linux, in place of a signature: the package that owns the program.
+    std::optional<Provenance> provenance;
 
     bool operator==(const BackgroundItem&) const = default;
 
     // "Your account", "All users", "System".
     static const char* scopeLabel(Scope scope);
-    // The page's caption over the items of a scope.
+    // The page's caption over the items of a scope, in the words of the host's platform.
     static const char* caption(Scope scope);
     static constexpr const char* appsCaption = "Apps that open when you log in";
     static constexpr const char* helpersCaption = "Helpers that apps start in the background";

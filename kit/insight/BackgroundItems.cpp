@@ -145,6 +145,7 @@ BackgroundItems::Scan BackgroundItems::scan(const std::optional<std::vector<BTMR
 }
 
 bool BackgroundItems::setEnabled(const BackgroundItem& item, bool on) {
+    if (!quorv::host().isMac()) return Autostart::setEnabled(item, on);
     if (item.scope == Scope::system) return Admin::setDaemon(item.label, on);
     const std::string target = userDomain() + "/" + item.label;
     const auto program = quorv::host().path("/bin/launchctl");

@@ -46,6 +46,10 @@ void BackgroundModel::load() {
 }
 
 bool BackgroundModel::toggle(const BackgroundItem& item) {
+    if (item.source == BackgroundItem::Source::cron) {
+        message = cronText;
+        return false;
+    }
     if (item.scope == BackgroundItem::Scope::system && !Admin::start()) {
         message = systemNeedsAdminText;
         return false;
@@ -61,6 +65,11 @@ bool BackgroundModel::toggle(const BackgroundItem& item) {
 }
 
 bool BackgroundModel::remove(const BackgroundItem& item) {
+    // A crontab line's place is the whole crontab: never moved from here.
+    if (item.source == BackgroundItem::Source::cron) {
+        message = cronText;
+        return false;
+    }
     if (!item.programGone()) {
         message = notLeftoverText;
         return false;
@@ -88,7 +97,10 @@ bool BackgroundModel::remove(const BackgroundItem& item) {
 }
 
 void BackgroundModel::pruneMissing() {
-    std::erase_if(scan.items, [](const BackgroundItem& i) { return !existsAt(i.plist); });
+    // A crontab line has no file of its own that the user could see go.
+    std::erase_if(scan.items, [](const BackgroundItem& i) {
+        return i.source != BackgroundItem::Source::cron && !existsAt(i.plist);
+    });
 }
 
 std::size_t BackgroundModel::worthALook() const {

@@ -24,6 +24,7 @@ public:
     // Scans the launch folders and, through the root helper, the background-task dump.
     void load();
     // Switches an item off when it is on, else on; false (with message) when it didn't change.
+    // A crontab line is neither switched nor removed here (cronText).
     bool toggle(const BackgroundItem& item);
     // Moves a leftover's property list to the Trash (through the root helper outside the user's
     // own folder), under the clean lock and into the history; false (with message) otherwise.
@@ -41,6 +42,7 @@ public:
     static constexpr const char* nothingText = "Nothing Needs a Look";
     static constexpr const char* systemNeedsAdminText = "System items need admin access";
     static constexpr const char* failedText = "Couldn't change";
+    static constexpr const char* cronText = "Crontab lines are changed with crontab -e";
     static constexpr const char* removeHint = "Its app is gone; moves this leftover to the Trash";
     static constexpr const char* removeNeedsAdminText = "Removing it needs admin access";
     static constexpr const char* notLeftoverText = "Only an item whose app is gone can be removed here";

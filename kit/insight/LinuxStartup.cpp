@@ -11,6 +11,7 @@
 
 #include "kit/insight/Autostart.hpp"
 #include "kit/insight/BackgroundItems.hpp"
+#include "kit/insight/Crontab.hpp"
 #include "support/host/Host.hpp"
 #include "support/posix/Compat.hpp"
 #include "support/posix/Files.hpp"
@@ -33,12 +34,12 @@ std::vector<std::string> namesIn(const std::string& folder, std::string_view ext
     return out;
 }
 
-// A unit is enabled when a ".wants" or ".requires" folder beside it links to it, and masked (off)
-// when the unit file itself is a link to /dev/null.
-bool unitEnabled(const std::string& folder, const std::string& name) {
+bool maskedAt(const std::string& location) {
     char target[64] = {};
-    if (::readlink((folder + "/" + name).c_str(), target, sizeof target - 1) > 0 && std::string(target) == "/dev/null")
-        return false;
+    return ::readlink(location.c_str(), target, sizeof target - 1) > 0 && std::string(target) == "/dev/null";
+}
+
+bool wantedIn(const std::string& folder, const std::string& name) {
     std::unique_ptr<DIR, int (*)(DIR*)> dir(::opendir(folder.c_str()), ::closedir);
     if (!dir) return false;
     while (const dirent* e = ::readdir(dir.get())) {
@@ -48,6 +49,15 @@ bool unitEnabled(const std::string& folder, const std::string& name) {
         if (::lstat((folder + "/" + sub + "/" + name).c_str(), &st) == 0) return true;
     }
     return false;
+}
+
+// A unit is enabled when a ".wants" or ".requires" folder beside it (or, for a unit of all users,
+// in the user's own folder) links to it, and off when it is masked: the unit file, or the user's
+// file of the same name, a link to /dev/null.
+bool unitEnabled(const std::string& folder, const std::string& name, const std::string& userFolder) {
+    if (maskedAt(folder + "/" + name)) return false;
+    if (folder != userFolder && maskedAt(userFolder + "/" + name)) return false;
+    return wantedIn(folder, name) || (folder != userFolder && wantedIn(userFolder, name));
 }
 
 std::set<std::string> runningUnits(bool user) {
@@ -67,15 +77,38 @@ std::set<std::string> runningUnits(bool user) {
     return out;
 }
 
-void addUnits(std::vector<BackgroundItem>& items, const std::string& folder, Scope scope, const std::set<std::string>& running) {
+// A unit's text. A unit file may be a link to the unit it is another name of
+// ("smartd.service" → /lib/systemd/system/smartmontools.service): that one is read, under the root.
+std::optional<std::string> unitText(const std::string& folder, const std::string& name) {
+    const auto location = folder + "/" + name;
+    char target[4096];
+    const ssize_t n = ::readlink(location.c_str(), target, sizeof target - 1);
+    if (n <= 0) return quorv::files::read(location, 1 << 20);
+    const std::string to(target, static_cast<std::size_t>(n));
+    return quorv::files::read(to.starts_with("/") ? quorv::host().path(to) : folder + "/" + to, 1 << 20);
+}
+
+struct UnitPlace {
+    std::string folder;
+    Scope scope;
+    // The user's own unit folder: where the user enables and masks units of all users.
+    std::string userFolder;
+    // Names the user's folder only masks: the units of all users they switch off, not units.
+    std::set<std::string> skip;
+};
+
+void addUnits(std::vector<BackgroundItem>& items, const UnitPlace& place, const std::set<std::string>& running) {
+    const auto& folder = place.folder;
     for (const auto& name : namesIn(folder, ".service")) {
+        if (place.skip.count(name)) continue;
         const auto location = folder + "/" + name;
         BackgroundItem item;
         item.label = name;
         item.plist = location;
-        item.scope = scope;
-        if (const auto text = quorv::files::read(location, 1 << 20)) item.program = Autostart::unitProgram(*text);
-        item.enabled = unitEnabled(folder, name);
+        item.scope = place.scope;
+        item.source = BackgroundItem::Source::unit;
+        if (const auto text = unitText(folder, name)) item.program = Autostart::unitProgram(*text);
+        item.enabled = unitEnabled(folder, name, place.scope == Scope::system ? folder : place.userFolder);
         item.running = running.count(name) > 0;
         item.added = createdAt(location);
         items.push_back(std::move(item));
@@ -94,11 +127,34 @@ void addAutostart(std::vector<BackgroundItem>& items, const std::string& folder,
         item.label = name;
         item.plist = location;
         item.scope = scope;
+        item.source = BackgroundItem::Source::autostart;
         item.program = entry->program;
-        item.enabled = entry->enabled;
+        item.enabled = entry->enabled && Autostart::startsIn(*entry, quorv::host().env("XDG_CURRENT_DESKTOP").value_or(""));
         if (!entry->name.empty()) item.listedName = entry->name;
         item.added = createdAt(location);
         items.push_back(std::move(item));
+    }
+}
+
+// The user's unit masks of units that all users have: links to /dev/null in the user's folder.
+std::set<std::string> userMasks(const std::string& userFolder, const std::string& allFolder) {
+    std::set<std::string> out;
+    for (const auto& name : namesIn(userFolder, ".service")) {
+        struct stat st {};
+        if (maskedAt(userFolder + "/" + name) && ::lstat((allFolder + "/" + name).c_str(), &st) == 0) out.insert(name);
+    }
+    return out;
+}
+
+// Each program's package, for the items whose program can be found.
+void addProvenance(std::vector<BackgroundItem>& items) {
+    std::vector<std::string> programs;
+    for (const auto& i : items)
+        if (const auto p = i.program ? Provenance::located(*i.program) : std::nullopt) programs.push_back(*p);
+    const auto found = Provenance::of(programs);
+    for (auto& i : items) {
+        const auto p = i.program ? Provenance::located(*i.program) : std::nullopt;
+        if (const auto it = p ? found.find(*p) : found.end(); it != found.end()) i.provenance = it->second;
     }
 }
 
@@ -107,15 +163,19 @@ void addAutostart(std::vector<BackgroundItem>& items, const std::string& folder,
 std::vector<BackgroundItem> Autostart::items() {
     const auto& h = quorv::host();
     const auto userRunning = runningUnits(true), systemRunning = runningUnits(false);
+    const auto userUnits = h.inHome(".config/systemd/user"), allUnits = h.path("/etc/systemd/user");
     std::vector<BackgroundItem> items;
-    addUnits(items, h.inHome(".config/systemd/user"), Scope::user, userRunning);
-    addUnits(items, h.path("/etc/systemd/user"), Scope::allUsers, userRunning);
-    addUnits(items, h.path("/etc/systemd/system"), Scope::system, systemRunning);
+    addUnits(items, {userUnits, Scope::user, userUnits, userMasks(userUnits, allUnits)}, userRunning);
+    addUnits(items, {allUnits, Scope::allUsers, userUnits, {}}, userRunning);
+    const auto system = h.path("/etc/systemd/system");
+    addUnits(items, {system, Scope::system, system, {}}, systemRunning);
     const auto userAutostart = h.inHome(".config/autostart");
     const auto mine = namesIn(userAutostart, ".desktop");
     addAutostart(items, userAutostart, Scope::user, {});
     // An entry of the user's own folder stands in for the system's entry of the same name.
     addAutostart(items, h.path("/etc/xdg/autostart"), Scope::allUsers, std::set<std::string>(mine.begin(), mine.end()));
+    for (auto& cron : Crontab::items()) items.push_back(std::move(cron));
+    addProvenance(items);
     return items;
 }
 

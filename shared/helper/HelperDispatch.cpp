@@ -2,6 +2,7 @@
 
 #include "shared/helper/HelperInfo.hpp"
 #include "shared/helper/HelperLinuxJunk.hpp"
+#include "shared/helper/HelperLinuxService.hpp"
 #include "shared/helper/HelperScript.hpp"
 #include "support/process/Shell.hpp"
 
@@ -50,6 +51,7 @@ std::string HelperDispatch::run(std::string_view op, std::string_view arg, const
     if (!HelperScript::isOperation(op)) return {};
     if (HelperScript::isFileJob(op)) return files_.run(op, list, me).value_or(std::string());
     if (op == "junk" && files_.rules() == HelperRules::linux) return HelperLinuxJunk::reply(files_, me);
+    if (op == "svc" && files_.rules() == HelperRules::linux) return HelperLinuxService::reply(root_, arg);
 
     auto holdsNul = [](std::string_view s) { return s.find('\0') != std::string_view::npos; };
     if (holdsNul(arg) || holdsNul(me)) return {};
