@@ -10,7 +10,9 @@
 
 #include "kit/files/FS.hpp"
 #include "support/TestSupport.hpp"
+#include "support/posix/Files.hpp"
 #include "support/settings/PlistFileStore.hpp"
+#include "support/settings/Value.hpp"
 
 namespace {
 
@@ -234,3 +236,33 @@ TEST(AgentEndToEnd, LeftoversAlertOnlyAfterAnAppIsRemoved) {
 }
 
 }  // namespace
+
+// On Linux the watch has its own list: one recorded before it looked at units and autostart
+// entries (the Mac folders, absent there) makes nothing look new; the next new entry does.
+TEST(AgentEndToEnd, LinuxStartupItemsAreComparedWithTheirOwnList) {
+    testing_support::TempDir dir;
+    const std::string home = dir / "home/ann";
+    const std::string autostart = home + "/.config/autostart/";
+    quorv::files::makeFolders(autostart);
+    quorv::files::writeAtomically(autostart + "notes.desktop", "[Desktop Entry]\nType=Application\nExec=notes\n");
+    quorv::PlistFileStore settings(home + "/.config/brimstell/settings.plist");
+    settings.set("agent.loginItems", quorv::Value::strings({}));
+    const std::map<std::string, std::string> env = {{"BRIMSTELL_ROOT", dir.path()}, {"BRIMSTELL_PLATFORM", "linux"},
+                                                    {"HOME", home}, {"BRIMSTELL_OUTBOX", dir / "outbox.jsonl"},
+                                                    {"BRIMSTELL_NOW", "1790000000"}, {"TZ", "UTC"}};
+    const auto titles = [&] {
+        std::vector<std::string> out;
+        for (const auto& line : testing_support::linesOf(dir / "outbox.jsonl")) out.push_back(nlohmann::json::parse(line)["title"]);
+        return out;
+    };
+    auto r = testing_support::runProgram(BRIMSTELL_AGENT_EXE, {}, env);
+    ASSERT_EQ(r.status, 0) << r.errors;
+    EXPECT_EQ(titles(), std::vector<std::string>{});
+    EXPECT_EQ(quorv::PlistFileStore(home + "/.config/brimstell/settings.plist").stringArray("agent.startupItems"),
+              (std::vector<std::string>{autostart + "notes.desktop"}));
+
+    quorv::files::writeAtomically(autostart + "sync.desktop", "[Desktop Entry]\nType=Application\nExec=sync\n");
+    r = testing_support::runProgram(BRIMSTELL_AGENT_EXE, {}, env);
+    ASSERT_EQ(r.status, 0) << r.errors;
+    EXPECT_EQ(titles(), std::vector<std::string>{"sync now starts with your computer"});
+}

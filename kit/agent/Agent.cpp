@@ -194,8 +194,9 @@ void AgentRun::leftovers() {
 void AgentRun::loginItems() {
     if (!isDue(AgentJob::loginItems)) return;
     const auto current = LoginItemWatch::current();
+    const char* key = quorv::host().isMac() ? keys::loginItems : keys::startupItems;
     std::optional<std::set<std::string>> previous;
-    if (auto list = settings.stringArray(keys::loginItems)) previous.emplace(list->begin(), list->end());
+    if (auto list = settings.stringArray(key)) previous.emplace(list->begin(), list->end());
     const auto added = LoginItemWatch::added(previous, current);
     const char* body = "Open Brimstell → Startup & Security → Startup to see what they are.";
     const std::string yourMac = quorv::phrase(quorv::Phrase::yourMac, quorv::host());
@@ -205,7 +206,7 @@ void AgentRun::loginItems() {
         alert(fmt::format("{} new items start with {}", added.size(), yourMac), body);
     }
     if (!previous) report.notes.push_back(fmt::format("login items: recorded {} to compare with next time", current.size()));
-    settings.set(keys::loginItems, quorv::Value::strings({current.begin(), current.end()}));
+    settings.set(key, quorv::Value::strings({current.begin(), current.end()}));
     settingsChanged = true;
 }
 

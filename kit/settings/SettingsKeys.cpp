@@ -32,6 +32,7 @@ constexpr SettingKey table[] = {
     {keys::alarmDiskHealth, SettingType::boolean, "", "the disk alert was shown and still holds"},
     {keys::installedApps, SettingType::stringArray, "", "apps installed at the last leftovers check"},
     {keys::loginItems, SettingType::stringArray, "", "launch property lists seen at the last login-items check"},
+    {keys::startupItems, SettingType::stringArray, "", "Linux: units and autostart entries seen at the last check"},
     {keys::junkMeasured, SettingType::number, "0", "time of the last junk measurement (seconds since 1970)"},
     {keys::widgetLastClean, SettingType::number, "0", "time of the last cleaning (seconds since 1970)"},
     {keys::widgetLastFreed, SettingType::integer, "0", "bytes freed by the last cleaning", SettingRange::atLeastZero},

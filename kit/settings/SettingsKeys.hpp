@@ -35,6 +35,9 @@ inline constexpr const char* alarmBatteryWorn = "agent.alarm.batteryWorn";
 inline constexpr const char* alarmDiskHealth = "agent.alarm.diskHealth";
 inline constexpr const char* installedApps = "agent.installedApps";
 inline constexpr const char* loginItems = "agent.loginItems";
+// On Linux the watch looks at other folders (units, autostart entries): a list of its own, so that
+// a list recorded before it watched them never makes every one of them look new.
+inline constexpr const char* startupItems = "agent.startupItems";
 inline constexpr const char* junkMeasured = "agent.junkMeasured";
 inline constexpr const char* widgetLastClean = "widget.lastClean";
 inline constexpr const char* widgetLastFreed = "widget.lastFreed";
