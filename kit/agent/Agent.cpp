@@ -164,10 +164,15 @@ std::optional<std::pair<std::string, std::string>> Agent::leftoversAlert(const s
 
 void AgentRun::leftovers() {
     if (!isDue(AgentJob::leftovers)) return;
+    const auto previous = settings.stringArray(keys::installedApps);
+    // Nothing moved in the app folders since a look that found their apps alone: the same apps
+    // are there and none is gone, so their Info.plists (hundreds on many Macs) aren't read again.
+    const std::string stamp = Leftovers::appFoldersStamp();
+    if (previous && !stamp.empty() && settings.string(keys::appFolders) == stamp) return;
     // The process list is asked only when an app seems gone (or on the first look): most hours
     // nothing was removed, and a start of ps would be most of the run's cost.
     auto current = Leftovers::bundleIDs();
-    const auto previous = settings.stringArray(keys::installedApps);
+    const std::size_t inFolders = current.size();
     const auto goneFrom = [&](const std::vector<std::string>& before) {
         return std::count_if(before.begin(), before.end(), [&](const std::string& id) { return current.count(id) == 0; });
     };
@@ -188,6 +193,8 @@ void AgentRun::leftovers() {
         report.notes.push_back(fmt::format("leftovers: recorded {} installed apps to compare with next time", current.size()));
     }
     settings.set(keys::installedApps, quorv::Value::strings({current.begin(), current.end()}));
+    // Kept only when the list is the folders' apps alone (no app running from elsewhere).
+    settings.set(keys::appFolders, current.size() == inFolders ? stamp : std::string());
     settingsChanged = true;
 }
 

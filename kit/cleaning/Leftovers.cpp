@@ -4,11 +4,15 @@
 #include <cctype>
 #include <map>
 
+#include <fmt/format.h>
+
 #include "kit/cleaning/FolderListing.hpp"
 #include "kit/files/FS.hpp"
 #include "kit/updates/AppBundles.hpp"
 #include "support/host/Host.hpp"
+#include "support/posix/Compat.hpp"
 #include "support/process/Shell.hpp"
+#include "support/text/TextHash.hpp"
 #include "support/text/Unicode.hpp"
 #include "support/text/Uuid.hpp"
 
@@ -166,6 +170,11 @@ std::set<std::string> idsOf(const std::vector<std::string>& appLocations) {
     return ids;
 }
 
+std::vector<std::string> macAppPlaces() {
+    const auto& h = quorv::host();
+    return {h.path("/Applications"), h.path("/System/Applications"), h.inHome("Applications")};
+}
+
 }  // namespace
 
 std::set<std::string> Leftovers::installedIDs() {
@@ -175,9 +184,29 @@ std::set<std::string> Leftovers::installedIDs() {
 }
 
 std::set<std::string> Leftovers::bundleIDs() {
-    const auto& h = quorv::host();
-    if (!h.isMac()) return installedFlatpaks();
-    return idsOf(AppBundles::locations({h.path("/Applications"), h.path("/System/Applications"), h.inHome("Applications")}, true));
+    if (!quorv::host().isMac()) return installedFlatpaks();
+    return idsOf(AppBundles::locations(macAppPlaces(), true));
+}
+
+std::string Leftovers::appFoldersStamp() {
+    if (!quorv::host().isMac()) return "";
+    std::string text;
+    const auto add = [&text](std::string_view name, const struct stat& st) {
+        text += fmt::format("{}\t{}\t{}\t{:.9f}\n", name, st.st_dev, st.st_ino, quorv::compat::modifiedSeconds(st));
+    };
+    for (const auto& place : macAppPlaces()) {
+        const auto fd = FolderListing::open(place);
+        struct stat st{};
+        if (!fd || ::fstat(fd.get(), &st) != 0) {
+            text += place + "\tabsent\n";
+            continue;
+        }
+        add(place, st);
+        for (const auto& entry : FolderListing::listFolders(fd.get())) {
+            if (!AppBundles::isAppName(entry.name)) add(entry.name, entry.st);
+        }
+    }
+    return fmt::format("{:016x}", quorv::TextHash::of(text));
 }
 
 // Decided: apps that are running count as installed too, wherever they run from (a disk image,

@@ -31,6 +31,7 @@ constexpr SettingKey table[] = {
     {keys::alarmBatteryWorn, SettingType::boolean, "", "the worn-battery alert was shown and still holds"},
     {keys::alarmDiskHealth, SettingType::boolean, "", "the disk alert was shown and still holds"},
     {keys::installedApps, SettingType::stringArray, "", "apps installed at the last leftovers check"},
+    {keys::appFolders, SettingType::string, "", "fingerprint of the app folders at that check"},
     {keys::loginItems, SettingType::stringArray, "", "launch property lists seen at the last login-items check"},
     {keys::startupItems, SettingType::stringArray, "", "Linux: units and autostart entries seen at the last check"},
     {keys::junkMeasured, SettingType::number, "0", "time of the last junk measurement (seconds since 1970)"},

@@ -34,6 +34,8 @@ inline constexpr const char* alarmLowDisk = "agent.alarm.lowDisk";
 inline constexpr const char* alarmBatteryWorn = "agent.alarm.batteryWorn";
 inline constexpr const char* alarmDiskHealth = "agent.alarm.diskHealth";
 inline constexpr const char* installedApps = "agent.installedApps";
+// The app folders' fingerprint when installedApps was last taken from them alone.
+inline constexpr const char* appFolders = "agent.appFolders";
 inline constexpr const char* loginItems = "agent.loginItems";
 // On Linux the watch looks at other folders (units, autostart entries): a list of its own, so that
 // a list recorded before it watched them never makes every one of them look new.
