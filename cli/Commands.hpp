@@ -26,5 +26,6 @@ void addLeftoversCommands(CLI::App& app, int& exitCode);
 void addHealthCommand(CLI::App& app, int& exitCode);
 void addUpdatesCommand(CLI::App& app, int& exitCode);
 void addStartupCommands(CLI::App& app, int& exitCode);
+void addDeveloperCommands(CLI::App& app, int& exitCode);
 
 }  // namespace cli

@@ -8,6 +8,7 @@
 
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
+#include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/sandbox/SandboxMac.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 
@@ -46,6 +47,7 @@ std::optional<brimstell::SandboxMac> layOut(const std::string& dir, const std::s
     auto mac = brimstell::SandboxMac::create(dir, user);
     mac.addSampleContent();
     brimstell::addStartupItems(mac);
+    brimstell::addDeveloperTools(mac);
     // Everything below is written by the two calls above, which don't report failures one by one.
     if (!fs::is_directory(fs::path(mac.home()) / "Library" / "Caches", ec) || !fs::is_directory(mac.root() + "/usr/bin", ec)) {
         problem = "couldn't lay out a sandbox Mac in \"" + dir + "\" (is the disk full, or the folder read-only?)";

@@ -60,6 +60,7 @@ int main(int argc, char** argv) {
     cli::addUpdatesCommand(app, exitCode);
     cli::addLeftoversCommands(app, exitCode);
     cli::addStartupCommands(app, exitCode);
+    cli::addDeveloperCommands(app, exitCode);
     cli::addHealthCommand(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);
