@@ -116,9 +116,12 @@ void runDelete(const std::string& identifier, bool runtime, bool yes, int& exitC
         Spinner spinner("Asking Xcode…");
         model.loadXcode();
     }
+    std::string name = identifier;
+    for (const auto& d : model.xcode.simulators) name = d.udid == identifier ? d.name : name;
+    for (const auto& r : model.xcode.runtimes) name = r.identifier == identifier ? r.name() : name;
     const std::string what = unavailable ? "Simulators whose runtime is gone are deleted with their data."
-                             : runtime   ? "The runtime " + identifier + " is deleted."
-                                         : "The simulator " + identifier + " is deleted with its data.";
+                             : runtime   ? "The runtime " + name + " is deleted."
+                                         : "The simulator " + name + " is deleted with its data.";
     if (!forGood(what, "Delete for good?", yes, exitCode)) return;
     bool ok = false;
     {

@@ -12,6 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/sandbox/SandboxMac.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 #include "support/TestSupport.hpp"
@@ -108,6 +109,7 @@ struct Sandbox {
         auto m = brimstell::SandboxMac::create(dir / "mac");
         m.addSampleContent();
         brimstell::addStartupItems(m);
+        brimstell::addDeveloperTools(m);
         return m;
     }();
     testing_support::RunResult run(const std::vector<std::string>& args) const {
@@ -146,6 +148,7 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"apps", "--apple", "--json"},
         {"updates", "--explain", "--json"},
         {"leftovers", "--json"},
+        {"dev", "--json"},
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},
         {"startup", "--json"},
