@@ -10,6 +10,8 @@
 #include "cli/Output.hpp"
 #include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/sandbox/SandboxMac.hpp"
+#include "kit/sandbox/SandboxCloud.hpp"
+#include "kit/sandbox/SandboxSlowdown.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 
 namespace cli {
@@ -48,6 +50,8 @@ std::optional<brimstell::SandboxMac> layOut(const std::string& dir, const std::s
     mac.addSampleContent();
     brimstell::addStartupItems(mac);
     brimstell::addDeveloperTools(mac);
+    brimstell::addCloudFolders(mac);
+    brimstell::addSlowdown(mac);
     // Everything below is written by the two calls above, which don't report failures one by one.
     if (!fs::is_directory(fs::path(mac.home()) / "Library" / "Caches", ec) || !fs::is_directory(mac.root() + "/usr/bin", ec)) {
         problem = "couldn't lay out a sandbox Mac in \"" + dir + "\" (is the disk full, or the folder read-only?)";

@@ -61,6 +61,8 @@ int main(int argc, char** argv) {
     cli::addLeftoversCommands(app, exitCode);
     cli::addStartupCommands(app, exitCode);
     cli::addDeveloperCommands(app, exitCode);
+    cli::addCloudCommands(app, exitCode);
+    cli::addSlowCommands(app, exitCode);
     cli::addHealthCommand(app, exitCode);
     cli::addDemoCommand(app, exitCode);
     cli::addHelperCommands(app, exitCode);

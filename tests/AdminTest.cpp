@@ -151,14 +151,13 @@ TEST(Admin, RootPathsAndWhatTheHelperWouldAccept) {
         EXPECT_EQ(Admin::rootPath(in), out) << in;
     }
     const std::string& r = bench.root;
+    // Only what the mapping to root's paths and the check of each name decide; the protected
+    // places themselves are HelperFiles' table.
     const std::pair<std::string, bool> rows[] = {
-        {r + "/Library/Caches/com.example.x", true}, {r + "/Users/bob/Library/Caches/x", true},
+        {r + "/Library/Caches/com.example.x", true}, {r + "/usr/bin/tool", false},
         {r + "/tmp/x", true},  // as root sees it: /private/tmp/x, three components
         {r + "/tmp", false}, {r + "/var/db/x/y", false},
         {r + "/var/folders/x/y", true},  // as root sees it: /private/var/folders/x/y
-        {r + "/Applications/Tool.app", true}, {r + "/Applications/Tools", false},
-        {r + "/usr/local/bin/tool", true}, {r + "/usr/bin/tool", false}, {r + "/System/Library/x", false},
-        {r + "/Users/ann/Library/CloudStorage/x", false}, {r + "/Users/ann/Dropbox/.dropbox.cache", true},
         {r + "/Users/ann//x", false}, {r + "/Users/ann/x/", false}, {r + "/Users/ann/./x", false},
         {r + "/Users/ann/../bob/x", false}, {"/elsewhere/Users/ann/x", false}, {"relative/path/x", false},
         {r + "/Users/ann", false},
@@ -202,11 +201,10 @@ TEST(Admin, OnLinuxPathsGoAsTheyAreAndTheLinuxRulesDecide) {
     for (const char* path : {"/tmp/x", "/var/log/x.gz", "/etc/x", "/private/tmp/x"}) EXPECT_EQ(Admin::rootPath(path), path);
     const std::string& r = bench.root;
     const std::string& home = linuxHost->home;
+    // The Linux table is HelperLinuxRules'; these show it is the one used, with the caller's home.
     const std::pair<std::string, bool> rows[] = {
-        {r + "/tmp/x", true}, {r + "/var/log/syslog.1.gz", true}, {r + "/home/bob/.cache/x", true},
-        {home + "/Downloads/x", true}, {r + "/etc/x", false}, {r + "/root/.ssh/authorized_keys", false},
-        {r + "/boot/x", false}, {r + "/home/bob/Documents/x", false}, {r + "/Library/Caches/x", false},
-        {home + "/Dropbox/x", false}, {home, false}, {r + "/tmp/../etc/x", false},
+        {r + "/tmp/x", true}, {home + "/Downloads/x", true}, {r + "/etc/x", false}, {r + "/Library/Caches/x", false},
+        {home, false}, {r + "/tmp/../etc/x", false},
     };
     for (const auto& [location, accepted] : rows) EXPECT_EQ(Admin::canTrash(location), accepted) << location;
     EXPECT_EQ(Admin::trash({r + "/tmp/x", r + "/etc/x"}), std::set<std::string>{r + "/tmp/x"});
@@ -364,34 +362,27 @@ TEST(Admin, AVersionMismatchOverTheSocketIsToleratedButAskedAgain) {
                                          "helper version 3, app expects 4"}));
 }
 
-TEST(Admin, AHelperThatNeverAnswersIsGivenUpAfterTwoHandshakes) {
+// A helper that takes the connection and never answers: the start gives up after two handshakes
+// (a wait, the pause, the second wait), and a call returns at its own timeout.
+TEST(Admin, AHelperThatNeverAnswersIsGivenUpInTime) {
     TempDir dir;
     FakeHelper helper(dir / "h.sock", std::nullopt);
     ASSERT_TRUE(helper.listening());
     AdminBench bench(std::make_shared<brimstell::SocketHelperTransport>(dir / "h.sock"));
     quorv::HostScope scope(bench.host);
-    EXPECT_EQ(Admin::timing().handshake, 5.0);
-    EXPECT_EQ(Admin::timing().retry, 0.5);
     Admin::setTiming({0.3, 0.2});
-    const auto began = Clock::now();
+    auto began = Clock::now();
     EXPECT_FALSE(Admin::start());
-    const double took = secondsSince(began);  // a handshake's wait, the pause, the second wait
+    double took = secondsSince(began);
     Admin::setTiming({});
     EXPECT_GE(took, 0.8);
     EXPECT_LT(took, 5.0);
     EXPECT_FALSE(Admin::ready());
     EXPECT_EQ(bench.logLines(), Strings{"helper status: 1"});
-}
 
-TEST(Admin, ACallWithATimeoutReturnsWhenTheHelperHangs) {
-    TempDir dir;
-    FakeHelper helper(dir / "h.sock", std::nullopt);  // takes the connection, never answers
-    ASSERT_TRUE(helper.listening());
-    AdminBench bench(std::make_shared<brimstell::SocketHelperTransport>(dir / "h.sock"));
-    quorv::HostScope scope(bench.host);
-    const auto began = Clock::now();
+    began = Clock::now();
     EXPECT_EQ(Admin::callHelper("version", "", {}, 0.3), std::nullopt);
-    const double took = secondsSince(began);
+    took = secondsSince(began);
     EXPECT_GE(took, 0.29);
     EXPECT_LT(took, 5.0);
 }

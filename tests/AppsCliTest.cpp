@@ -12,21 +12,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct AppsCli {
-    testing_support::TempDir dir;
-    brimstell::SandboxMac mac = [this] {
-        auto m = brimstell::SandboxMac::create(dir / "mac");
-        m.addSampleApps();
-        return m;
-    }();
-
-    testing_support::RunResult run(const std::vector<std::string>& args, const std::string& input = "") const {
-        auto env = mac.environment();
-        env["TZ"] = "UTC";
+struct AppsCli : testing_support::CliMac {
+    AppsCli() {
+        mac.addSampleApps();
         env["BRIMSTELL_NOW"] = "1790000000";
-        std::vector<std::string> shell = {"-c", "printf '%s' \"$0\" | exec \"$@\"", input, BRIMSTELL_CLI_EXE};
-        shell.insert(shell.end(), args.begin(), args.end());
-        return testing_support::runProgram("/bin/sh", shell, env);
     }
 };
 

@@ -13,19 +13,8 @@ namespace {
 
 using testing_support::runProgram;
 
-struct CliSandbox {
-    testing_support::TempDir dir;
-    brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
-
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
-        auto env = mac.environment();
-        env["BRIMSTELL_OUTBOX"] = dir / "outbox.jsonl";
-        env["TZ"] = "UTC";
-        return runProgram(BRIMSTELL_CLI_EXE, args, env);
-    }
-    quorv::PlistFileStore settings() const {
-        return quorv::PlistFileStore(mac.home() + "/Library/Preferences/com.quorv.brimstell.plist");
-    }
+struct CliSandbox : testing_support::CliMac {
+    quorv::PlistFileStore settings() const { return quorv::PlistFileStore(settingsFile()); }
 };
 
 TEST(CliEndToEnd, SettingsSetKeepsTypesAndRanges) {

@@ -13,17 +13,11 @@ namespace {
 
 using testing_support::runProgram;
 
-struct MacWithHealth {
-    testing_support::TempDir dir;
-    brimstell::SandboxMac mac = brimstell::SandboxMac::create(dir / "mac");
+struct MacWithHealth : testing_support::CliMac {
     MacWithHealth() {
         mac.addBattery();
         mac.addDisk();
-    }
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
-        auto env = mac.environment();
-        env.insert({{"TZ", "UTC"}, {"BRIMSTELL_NOW", "1790000000"}});
-        return runProgram(BRIMSTELL_CLI_EXE, args, env);
+        env["BRIMSTELL_NOW"] = "1790000000";
     }
     std::string historyFile() const { return mac.home() + "/Library/Application Support/Brimstell/health-history.json"; }
 };

@@ -60,14 +60,6 @@ struct HistorySandbox {
     }
 };
 
-// A file written in place (names of 255 bytes leave no room for a temporary name beside them).
-void writePlain(const std::string& path, const std::string& text) {
-    const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    ASSERT_GE(fd, 0) << path;
-    ASSERT_EQ(::write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    ::close(fd);
-}
-
 HistoryEntry entryAt(double date, const std::string& original = "/Users/ann/Library/Caches/x") {
     return {quorv::newUuid(), original, "/Users/ann/.Trash/x", 1000, date, quorv::newUuid(), {}, {}, {}, {}};
 }
@@ -164,6 +156,7 @@ TEST(HistoryFile, CorruptFileIsMovedAsideAndTheHistoryStartsEmpty) {
         const char* what;
         std::string text;
     } cases[] = {
+        // What the reader turns away is HistoryText's table; these are the ways a file goes bad.
         {"cut short mid-write", "[" + good.substr(0, 40)}, {"empty", ""}, {"an object, not a list", "{}"},
         {"something after the list", "[" + good + "] x"},
         {"an entry without id", R"([{"original":"/x","size":1,"date":1,"session":"0E8A9B10-AAAA-4BBB-8CCC-DDDDEEEEFFFF"}])"},
@@ -171,12 +164,10 @@ TEST(HistoryFile, CorruptFileIsMovedAsideAndTheHistoryStartsEmpty) {
         {"size as text", R"([{"id":"6F1C2B7E-1111-4222-8333-444455556666","original":"/x","size":"1","date":1,)"
                          R"("session":"0E8A9B10-AAAA-4BBB-8CCC-DDDDEEEEFFFF"}])"},
         {"a negative inode", "[" + good.substr(0, good.size() - 1) + R"(,"fileID":{"volume":1,"file":-1}}])"},
-        {"bytes that are not base64", "[" + good.substr(0, good.size() - 1) + R"(,"originalBytes":"%%%"}])"},
         {"invalid UTF-8", "[\"\xff\"]"},
         {"cut short after a whole entry", "[" + good + ","}, {"a comma before the end", "[" + good + ",]"},
         {"a lone surrogate escape", "[" + std::string(good).replace(good.find("/x"), 2, "\\ud800") + "]"},
         {"a raw tab in a path", "[" + std::string(good).replace(good.find("/x"), 2, "/\tx") + "]"},
-        {"a date too big for a double", "[" + std::string(good).replace(good.find("1790000000"), 10, "1e400") + "]"},
         {"a fractional size", "[" + std::string(good).replace(good.find("\"size\":1"), 8, "\"size\":1.5") + "]"},
         {"a size beyond 64 bits", "[" + std::string(good).replace(good.find("\"size\":1"), 8, "\"size\":9223372036854775808") + "]"},
         {"a leading zero", "[" + std::string(good).replace(good.find("\"size\":1"), 8, "\"size\":01") + "]"},
@@ -421,8 +412,9 @@ void hostileRoundTrip(const std::string& folder, bool deep) {
                         "\xc3\xa9t\xc3\xa9", " leading space", "-dash", "quote'\"\\"};
     ASSERT_TRUE(quorv::files::makeFolders(top + "/inside", 0755));
     for (const auto& n : names) {
-        writePlain(top + "/inside/" + n, "content of " + n);
-        writePlain(folder + "/" + n, "top " + n);
+        // Written in place: names of 255 bytes leave no room for a temporary name beside them.
+        testing_support::writeBytes(top + "/inside/" + n, "content of " + n);
+        testing_support::writeBytes(folder + "/" + n, "top " + n);
     }
     ASSERT_EQ(::symlink("../nowhere\n", (top + "/inside/link").c_str()), 0);
     ::chmod((top + "/inside/" + names[0]).c_str(), 0600);

@@ -14,6 +14,8 @@
 
 #include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/sandbox/SandboxMac.hpp"
+#include "kit/sandbox/SandboxCloud.hpp"
+#include "kit/sandbox/SandboxSlowdown.hpp"
 #include "kit/sandbox/SandboxStartup.hpp"
 #include "support/TestSupport.hpp"
 
@@ -110,6 +112,8 @@ struct Sandbox {
         m.addSampleContent();
         brimstell::addStartupItems(m);
         brimstell::addDeveloperTools(m);
+        brimstell::addCloudFolders(m);
+        brimstell::addSlowdown(m);
         return m;
     }();
     testing_support::RunResult run(const std::vector<std::string>& args) const {
@@ -152,7 +156,11 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},
         {"startup", "--json"},
+        {"cloud", "--json"},
+        {"cloud", "release", "Dropbox", "OneDrive", "--yes", "--json"},
         {"startup", "disable", "com.example.editor.updater", "--json"},
+        {"slow", "--json"},
+        {"slow", "quit", "702", "--yes", "--json"},
         {"versions", "compare", "--json", "1.0", "2.0"},
         {"health", "--json", "--history"},
         {"demo", (s.dir / "demo"), "--json"},

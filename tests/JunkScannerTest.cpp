@@ -163,7 +163,10 @@ TEST(JunkScanner, FindsOneOfEveryRuleAndNothingElse) {
         "Dropbox/holiday.jpg", "Library/Caches/loose.db", ".Trash/.DS_Store", "Library/Logs/.DS_Store",
     };
     for (const auto& rel : strangers) h.file(rel);
-    h.s.mac.writeFile("~/.cache/pip", "");  // a developer place of size 0
+    // Developer places that measure 0: an empty file, and a folder with nothing beneath it (its
+    // own blocks don't count).
+    h.s.mac.writeFile("~/.cache/pip", "");
+    testing_support::makeFolders(h.at(".cargo/registry/cache"));
     ::symlink(h.at("Documents").c_str(), h.at(".gradle").c_str());
     h.folder("Documents/caches");  // .gradle/caches through a link: not followed
 
@@ -210,6 +213,8 @@ TEST(JunkScanner, FindsOneOfEveryRuleAndNothingElse) {
     EXPECT_EQ(progress, stages);
 }
 
+// How each name is classified and labelled is JunkCatalogue's table; here one folder for each way
+// the scan files a cache (a label of its own, Xcode, a package label, the rest) and their order.
 TEST(JunkScanner, CacheFolderOverlapsAndOrder) {
     Home h;
     const struct {
@@ -217,11 +222,8 @@ TEST(JunkScanner, CacheFolderOverlapsAndOrder) {
         std::string category;
         std::string label;
     } cases[] = {
-        {"com.apple.Safari", "Browser Caches", "com.apple.Safari"},
         {"google", "Browser Caches", "Google (Chrome and other Google apps)"},
-        {"com.apple.Music", "Music & Chat", "com.apple.Music"},
         {"com.apple.dt.instruments", "Xcode", "com.apple.dt.instruments"},
-        {"com.apple.dtx", "macOS Caches", "com.apple.dtx"},
         {"Microsoft Edge AutoUpdate", "Browser Caches", "Microsoft Edge AutoUpdate"},
         {"org.swift.swiftpm", "Other Developer Caches", "Swift Package Manager"},
         {"line\nfeed \xff", "Other App Caches", "line\nfeed \xff"},
@@ -239,12 +241,11 @@ TEST(JunkScanner, CacheFolderOverlapsAndOrder) {
         EXPECT_EQ(it->second.item->label, c.label);
         EXPECT_EQ(it->second.item->size, 0) << "sub-scans leave measuring to measure()";
     }
-    // Within a category, folders come in byte order of their names.
+    // Within a category, folders come in byte order of their names ("M" before "g"), not by letter.
     ASSERT_FALSE(categories.empty());
     EXPECT_EQ(categories.front().name, "Browser Caches");
     const std::vector<std::pair<std::string, std::string>> browser = {
         {h.at("Library/Caches/Microsoft Edge AutoUpdate"), "Microsoft Edge AutoUpdate"},
-        {h.at("Library/Caches/com.apple.Safari"), "com.apple.Safari"},
         {h.at("Library/Caches/google"), "Google (Chrome and other Google apps)"},
     };
     EXPECT_EQ(locationsAndLabels({categories.front()}), browser);
@@ -373,17 +374,6 @@ TEST(JunkScanner, BackupLabelFromARealInfoPlist) {
               (std::vector<std::pair<std::string, std::string>>{{h.at(backup), "iPhone · 2021-12-03"}}));
 }
 
-// A folder's size is what lies beneath it: an empty developer place measures 0 and isn't listed.
-TEST(JunkScanner, EmptyDeveloperPlacesAreLeftOut) {
-    Home h;
-    testing_support::makeFolders(h.at(".gradle/caches"));
-    testing_support::makeFolders(h.at(".npm/_cacache"));
-    h.folder("Library/Developer/Xcode/DerivedData/App-abc", 8192);
-    const auto found = byLocation(JunkScanner::scan(h.home, nullptr));
-    EXPECT_EQ(found.count(h.at(".gradle/caches")), 0u);
-    EXPECT_EQ(found.count(h.at(".npm/_cacache")), 0u);
-}
-
 TEST(JunkScanner, MissingOrEmptyHomeFindsNothing) {
     Home h;
     for (const std::string& home : std::vector<std::string>{h.at("no-such-folder"), std::string(), h.home}) {
@@ -393,10 +383,6 @@ TEST(JunkScanner, MissingOrEmptyHomeFindsNothing) {
         EXPECT_EQ(calls, 8);
     }
 }
-
-}  // namespace
-
-namespace {
 
 // On Linux the Trash category lists the desktop's Trash, where the user's Trash really is.
 TEST(JunkScannerLinux, TrashComesFromTheDesktopTrash) {

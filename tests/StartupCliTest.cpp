@@ -11,20 +11,9 @@
 
 namespace {
 
-using testing_support::runProgram;
 
-struct StartupCli {
-    testing_support::TempDir dir;
-    brimstell::SandboxMac mac = [this] {
-        auto m = brimstell::SandboxMac::create(dir / "mac");
-        brimstell::addStartupItems(m);
-        return m;
-    }();
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
-        auto env = mac.environment();
-        env["TZ"] = "UTC";
-        return runProgram(BRIMSTELL_CLI_EXE, args, env);
-    }
+struct StartupCli : testing_support::CliMac {
+    StartupCli() { brimstell::addStartupItems(mac); }
 };
 
 TEST(StartupCli, ListsBySectionWithNotes) {

@@ -339,9 +339,7 @@ TEST_F(FreedesktopTrashTest, OtherDisksUseTheirOwnTrashOrRefuse) {
     ASSERT_EQ(::lstat((vol + env.ownTrash).c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 07777, 0700u);
     EXPECT_FALSE(exists(env.trash + "/files/doc.txt"));  // never copied home
-    EXPECT_EQ(originals(), (Originals{{vol + env.ownTrash + "/files/doc.txt", vol + "/sub/doc.txt"}}));
-    ASSERT_FALSE(listed().empty());
-    EXPECT_EQ(listed().front().dateAdded, now);
+    // How a volume's Trash is listed is the mounted-volumes test's (it runs where no tmpfs can be mounted).
 
     // A sticky .Trash takes precedence: its folder for our uid.
     ASSERT_EQ(::mkdir((vol + "/.Trash").c_str(), 01777), 0);
@@ -350,7 +348,6 @@ TEST_F(FreedesktopTrashTest, OtherDisksUseTheirOwnTrashOrRefuse) {
     EXPECT_EQ(trash(vol + "/b.txt"), vol + env.sharedTrash + "/files/b.txt");
     EXPECT_EQ(readText(vol + env.sharedTrash + "/info/b.txt.trashinfo"),
               "[Trash Info]\nPath=b.txt\nDeletionDate=2026-09-21T19:43:20\n");
-    EXPECT_EQ(listed().size(), 2u);
 
     // Unsafe Trashes: .Trash not sticky and .Trash-<uid> a link, or .Trash-<uid> someone else's.
     ASSERT_EQ(::chmod((vol + "/.Trash").c_str(), 0777), 0);

@@ -6,8 +6,11 @@
 
 #include <algorithm>
 
+#include "kit/sandbox/DemoFeeds.hpp"
 #include "kit/sandbox/FeedServer.hpp"
 #include "kit/sandbox/SandboxDeveloper.hpp"
+#include "kit/updates/AppBundles.hpp"
+#include "kit/updates/UpdateSession.hpp"
 #include "kit/settings/SettingsKeys.hpp"
 #include "kit/updates/UpdateChecker.hpp"
 #include "kit/updates/UpdatesModel.hpp"
@@ -159,5 +162,48 @@ TEST(UpdateRegion, FromTheLocaleOrUS) {
         h->environment = env;
         quorv::HostScope scope(h);
         EXPECT_EQ(UpdateChecker::region(), expected);
+    }
+}
+
+// The demo Mac's sources, served by one server standing in for their hosts: every request goes to
+// 127.0.0.1 while the addresses keep their own names, which the server's certificate holds.
+TEST(DemoFeeds, TheDemoMacsAppsFindAnUpdateEachFromAFeedAndTheAppStore) {
+    testing_support::SandboxHost sb;
+    sb.mac.addSampleApps();
+    sb.mac.addSystemVersion("14.2.1");
+    sb.host->environment["LANG"] = "C";
+    quorv::HostScope scope(sb.host);
+    const auto server = FeedServer::start(sb.dir.path(), DemoFeeds::hostNames());
+    ASSERT_TRUE(server);
+    for (const auto& [path, body] : DemoFeeds::answers()) server->serve(path, {body});
+    sb.host->environment["BRIMSTELL_SANDBOX_CA_FILE"] = server->caFile();
+
+    sb.host->environment["BRIMSTELL_SANDBOX_FEEDS_AT"] = "127.0.0.1:" + std::to_string(server->port());
+    const auto result = UpdateChecker::check(AppBundles::all(true));
+    std::vector<std::string> updates;
+    for (const auto& u : result.updates) {
+        updates.push_back(std::string(u.source == AppUpdate::Source::sparkle ? "Sparkle " : "App Store ") + u.name + " " +
+                          u.installed + " → " + u.available);
+    }
+    EXPECT_EQ(updates, (std::vector<std::string>{"Sparkle Example 2.4.1 → 2.5.0", "App Store Notebook 5.1 → 5.2"}));
+    EXPECT_EQ(result.upToDate, 2);  // Spotify (its newer release is a beta) and Disk Inspector
+    EXPECT_TRUE(result.failed.empty());
+}
+
+// Requests are sent elsewhere only in a sandbox, and only to loopback.
+TEST(DemoFeeds, OnlyASandboxConnectsElsewhereAndOnlyToLoopback) {
+    testing_support::SandboxHost sb;
+    quorv::HostScope scope(sb.host);
+    for (const auto& [at, sandbox, expected] : std::vector<std::tuple<std::string, bool, std::string>>{
+             {"127.0.0.1:8443", true, "127.0.0.1:8443"},
+             {"localhost:8443", true, "localhost:8443"},
+             {"127.0.0.1:8443", false, ""},
+             {"192.0.2.1:8443", true, ""},
+             {"127.0.0.1.example.com:8443", true, ""},
+         }) {
+        SCOPED_TRACE(at);
+        sb.host->sandbox = sandbox;
+        sb.host->environment["BRIMSTELL_SANDBOX_FEEDS_AT"] = at;
+        EXPECT_EQ(UpdateSession::hostOptions().connectTo.value_or(""), expected);
     }
 }

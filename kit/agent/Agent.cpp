@@ -164,10 +164,16 @@ std::optional<std::pair<std::string, std::string>> Agent::leftoversAlert(const s
 
 void AgentRun::leftovers() {
     if (!isDue(AgentJob::leftovers)) return;
-    const auto current = Leftovers::installedIDs();
-    if (const auto previous = settings.stringArray(keys::installedApps)) {
-        const auto gone = std::count_if(previous->begin(), previous->end(),
-                                        [&](const std::string& id) { return current.count(id) == 0; });
+    // The process list is asked only when an app seems gone (or on the first look): most hours
+    // nothing was removed, and a start of ps would be most of the run's cost.
+    auto current = Leftovers::bundleIDs();
+    const auto previous = settings.stringArray(keys::installedApps);
+    const auto goneFrom = [&](const std::vector<std::string>& before) {
+        return std::count_if(before.begin(), before.end(), [&](const std::string& id) { return current.count(id) == 0; });
+    };
+    if (!previous || goneFrom(*previous) > 0) Leftovers::addRunning(current);
+    if (previous) {
+        const auto gone = goneFrom(*previous);
         // Every group found counts, not only those of the apps just removed.
         if (gone > 0) {
             const auto groups = Leftovers::findHere(current);

@@ -158,28 +158,40 @@ std::set<std::string> installedFlatpaks() {
     return ids;
 }
 
-}  // namespace
-
-std::set<std::string> Leftovers::installedIDs() {
-    const auto& h = quorv::host();
-    if (!h.isMac()) return installedFlatpaks();
-    std::vector<std::string> apps =
-        AppBundles::locations({h.path("/Applications"), h.path("/System/Applications"), h.inHome("Applications")}, true);
-    // Decided: apps that are running count as installed too, wherever they run from (a disk
-    // image, Downloads), so that the files of an app in use are never offered for the Trash.
-    if (h.isMac()) {
-        quorv::ShellOptions options;
-        options.timeLimit = 10;
-        const auto ps = quorv::Shell::run(h.path("/bin/ps"), {"-axo", "comm="}, options);
-        if (ps.succeeded()) {
-            for (const auto& folder : runningAppFolders(ps.output)) apps.push_back(h.path(folder));
-        }
-    }
+std::set<std::string> idsOf(const std::vector<std::string>& appLocations) {
     std::set<std::string> ids;
-    for (const auto& location : apps) {
+    for (const auto& location : appLocations) {
         if (const auto app = AppBundles::read(location, true)) ids.insert(quorv::lowerCased(app->bundleID));
     }
     return ids;
+}
+
+}  // namespace
+
+std::set<std::string> Leftovers::installedIDs() {
+    auto ids = bundleIDs();
+    addRunning(ids);
+    return ids;
+}
+
+std::set<std::string> Leftovers::bundleIDs() {
+    const auto& h = quorv::host();
+    if (!h.isMac()) return installedFlatpaks();
+    return idsOf(AppBundles::locations({h.path("/Applications"), h.path("/System/Applications"), h.inHome("Applications")}, true));
+}
+
+// Decided: apps that are running count as installed too, wherever they run from (a disk image,
+// Downloads), so that the files of an app in use are never offered for the Trash.
+void Leftovers::addRunning(std::set<std::string>& ids) {
+    const auto& h = quorv::host();
+    if (!h.isMac()) return;
+    quorv::ShellOptions options;
+    options.timeLimit = 10;
+    const auto ps = quorv::Shell::run(h.path("/bin/ps"), {"-axo", "comm="}, options);
+    if (!ps.succeeded()) return;
+    std::vector<std::string> running;
+    for (const auto& folder : runningAppFolders(ps.output)) running.push_back(h.path(folder));
+    ids.merge(idsOf(running));
 }
 
 std::vector<LeftoverGroup> Leftovers::find(const std::string& library, const std::set<std::string>& installed) {

@@ -23,6 +23,11 @@ struct Leftovers {
     // /System/Applications and ~/Applications (and their sub-folders one level down), and those of
     // apps running from anywhere else. On Linux, the installed Flatpak apps.
     static std::set<std::string> installedIDs();
+    // The two halves of installedIDs, for a caller that asks the process list only when it must
+    // (the agent's hourly look, when an app seems gone): the apps in the app folders (on Linux, the
+    // installed Flatpak apps), and the apps running from anywhere else, added to ids (Mac only).
+    static std::set<std::string> bundleIDs();
+    static void addRunning(std::set<std::string>& ids);
     // The groups of leftovers on this host: find() over the home's Library on a Mac; on Linux the
     // data folders (~/.var/app/<id>) of Flatpak apps that are no longer installed, which an
     // uninstall leaves behind; nothing when no Flatpak installation can be found, since what is

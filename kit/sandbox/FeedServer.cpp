@@ -36,7 +36,8 @@ void extension(X509* cert, X509* issuer, int nid, const char* value) {
 }
 
 // A P-256 certificate for name valid for a day, signed by issuer (itself when issuer is null).
-Cert certificate(EVP_PKEY* key, const char* name, X509* issuer, EVP_PKEY* issuerKey, long serial) {
+Cert certificate(EVP_PKEY* key, const char* name, X509* issuer, EVP_PKEY* issuerKey, long serial,
+                 const std::string& altNames = "") {
     Cert cert(X509_new(), X509_free);
     X509_set_version(cert.get(), 2);
     ASN1_INTEGER_set(X509_get_serialNumber(cert.get()), serial);
@@ -48,7 +49,7 @@ Cert certificate(EVP_PKEY* key, const char* name, X509* issuer, EVP_PKEY* issuer
     X509* signer = issuer ? issuer : cert.get();
     X509_set_issuer_name(cert.get(), X509_get_subject_name(signer));
     if (issuer) {
-        extension(cert.get(), signer, NID_subject_alt_name, "IP:127.0.0.1,DNS:localhost");
+        extension(cert.get(), signer, NID_subject_alt_name, ("IP:127.0.0.1,DNS:localhost" + altNames).c_str());
         extension(cert.get(), signer, NID_basic_constraints, "critical,CA:FALSE");
     } else {
         extension(cert.get(), signer, NID_basic_constraints, "critical,CA:TRUE");
@@ -103,13 +104,15 @@ struct FeedServer::Tls {
     std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> ctx{nullptr, SSL_CTX_free};
 };
 
-std::unique_ptr<FeedServer> FeedServer::start(const std::string& folder) {
+std::unique_ptr<FeedServer> FeedServer::start(const std::string& folder, const std::vector<std::string>& hostNames) {
     std::unique_ptr<FeedServer> s(new FeedServer());
     Key caKey(EVP_EC_gen("P-256"), EVP_PKEY_free);
     Key key(EVP_EC_gen("P-256"), EVP_PKEY_free);
     if (!caKey || !key) return nullptr;
     const Cert ca = certificate(caKey.get(), "Brimstell Sandbox Authority", nullptr, nullptr, 1);
-    const Cert own = ca ? certificate(key.get(), "127.0.0.1", ca.get(), caKey.get(), 2) : Cert(nullptr, X509_free);
+    std::string altNames;
+    for (const auto& name : hostNames) altNames += ",DNS:" + name;
+    const Cert own = ca ? certificate(key.get(), "127.0.0.1", ca.get(), caKey.get(), 2, altNames) : Cert(nullptr, X509_free);
     s->caFile_ = folder + "/ca.pem";
     if (!own || !writePem(s->caFile_, ca.get())) return nullptr;
     s->tls_ = std::make_unique<Tls>();

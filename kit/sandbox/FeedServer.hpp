@@ -27,7 +27,9 @@ public:
     };
 
     // Writes the authority ("ca.pem") into folder and listens on a free port; nullptr on failure.
-    static std::unique_ptr<FeedServer> start(const std::string& folder);
+    // The certificate holds 127.0.0.1 and localhost, and hostNames (say "*.example.com") for
+    // clients that connect here in their stead.
+    static std::unique_ptr<FeedServer> start(const std::string& folder, const std::vector<std::string>& hostNames = {});
     ~FeedServer();
     FeedServer(const FeedServer&) = delete;
     FeedServer& operator=(const FeedServer&) = delete;

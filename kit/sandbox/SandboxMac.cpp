@@ -191,6 +191,7 @@ void SandboxMac::addSampleContent() {
     addBattery();
     addDisk();
     addSampleApps();
+    addSystemVersion("14.2.1");
 }
 
 void SandboxMac::addSystemVersion(std::string_view version) {

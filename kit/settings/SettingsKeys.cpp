@@ -35,6 +35,7 @@ constexpr SettingKey table[] = {
     {keys::junkMeasured, SettingType::number, "0", "time of the last junk measurement (seconds since 1970)"},
     {keys::widgetLastClean, SettingType::number, "0", "time of the last cleaning (seconds since 1970)"},
     {keys::widgetLastFreed, SettingType::integer, "0", "bytes freed by the last cleaning", SettingRange::atLeastZero},
+    {keys::cloudKeptOffline, SettingType::stringArray, "", "cloud files a release kept because they are set to stay available offline"},
 };
 }  // namespace
 

@@ -38,6 +38,7 @@ inline constexpr const char* loginItems = "agent.loginItems";
 inline constexpr const char* junkMeasured = "agent.junkMeasured";
 inline constexpr const char* widgetLastClean = "widget.lastClean";
 inline constexpr const char* widgetLastFreed = "widget.lastFreed";
+inline constexpr const char* cloudKeptOffline = "cloud.keptOffline";
 }  // namespace keys
 
 enum class SettingType { boolean, integer, number, string, stringArray, date };

@@ -1,9 +1,8 @@
 #include "kit/updates/AppcastParser.hpp"
 
-#include <expat.h>
-
 #include <charconv>
 
+#include "kit/updates/ExpatLibrary.hpp"
 #include "kit/updates/WebAddress.hpp"
 #include "support/versions/Versions.hpp"
 
@@ -28,32 +27,34 @@ std::optional<std::int64_t> decimal(std::string_view t) {
 }  // namespace
 
 struct AppcastParser::Expat {
+    const ExpatLibrary* lib = ExpatLibrary::get();
     XML_Parser parser = nullptr;
     ~Expat() {
-        if (parser) XML_ParserFree(parser);
+        if (parser) lib->XML_ParserFree(parser);
     }
 };
 
 AppcastParser::AppcastParser() : expat_(std::make_unique<Expat>()) {
+    const ExpatLibrary* x = expat_->lib;
     // XML_ParserCreate, not XML_ParserCreateNS: names stay as written, prefix and all.
-    expat_->parser = XML_ParserCreate("UTF-8");
+    expat_->parser = x ? x->XML_ParserCreate("UTF-8") : nullptr;
     if (!expat_->parser) {
         refused_ = true;
         return;
     }
-    XML_SetUserData(expat_->parser, this);
-    XML_SetElementHandler(
+    x->XML_SetUserData(expat_->parser, this);
+    x->XML_SetElementHandler(
         expat_->parser,
         [](void* self, const XML_Char* name, const XML_Char** atts) {
             static_cast<AppcastParser*>(self)->start(name, atts);
         },
         [](void* self, const XML_Char* name) { static_cast<AppcastParser*>(self)->end(name); });
-    XML_SetCharacterDataHandler(expat_->parser, [](void* self, const XML_Char* s, int len) {
+    x->XML_SetCharacterDataHandler(expat_->parser, [](void* self, const XML_Char* s, int len) {
         static_cast<AppcastParser*>(self)->characters(std::string_view(s, static_cast<std::size_t>(len)));
     });
     // A feed has no business declaring entities: one that does is treated as an attack
     // (exponential expansion), whatever expat's own limits would let through.
-    XML_SetEntityDeclHandler(expat_->parser, [](void* self, const XML_Char*, int, const XML_Char*, int,
+    x->XML_SetEntityDeclHandler(expat_->parser, [](void* self, const XML_Char*, int, const XML_Char*, int,
                                                 const XML_Char*, const XML_Char*, const XML_Char*,
                                                 const XML_Char*) { static_cast<AppcastParser*>(self)->refuse(); });
 }
@@ -63,7 +64,7 @@ AppcastParser::~AppcastParser() = default;
 void AppcastParser::refuse() {
     if (refused_) return;
     refused_ = true;
-    XML_StopParser(expat_->parser, XML_FALSE);
+    expat_->lib->XML_StopParser(expat_->parser, XML_FALSE);
 }
 
 bool AppcastParser::feed(std::string_view piece, bool last) {
@@ -73,7 +74,7 @@ bool AppcastParser::feed(std::string_view piece, bool last) {
     do {
         const auto n = std::min(piece.size(), slice);
         const bool final = last && n == piece.size();
-        if (XML_Parse(expat_->parser, piece.data(), static_cast<int>(n), final ? 1 : 0) != XML_STATUS_OK) {
+        if (expat_->lib->XML_Parse(expat_->parser, piece.data(), static_cast<int>(n), final ? 1 : 0) != XML_STATUS_OK) {
             refused_ = true;
             return false;
         }

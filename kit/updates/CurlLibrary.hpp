@@ -20,6 +20,8 @@ struct CurlLibrary {
     decltype(&::curl_multi_info_read) multiInfoRead = nullptr;
     decltype(&::curl_multi_poll) multiPoll = nullptr;
     decltype(&::curl_multi_cleanup) multiCleanup = nullptr;
+    decltype(&::curl_slist_append) slistAppend = nullptr;
+    decltype(&::curl_slist_free_all) slistFreeAll = nullptr;
     bool loaded = false;  // every function was found (and curl_global_init ran)
 
     // The library, loaded and initialised once; `loaded` false when it can't be had, and then

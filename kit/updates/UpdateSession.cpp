@@ -29,7 +29,7 @@ std::size_t onBody(char* data, std::size_t size, std::size_t count, void* user) 
     return n;
 }
 
-CURL* easyFor(const CurlLibrary& lib, Transfer& t, const UpdateSession::Options& o) {
+CURL* easyFor(const CurlLibrary& lib, Transfer& t, const UpdateSession::Options& o, curl_slist* connectTo) {
     CURL* e = lib.easyInit();
     if (!e) return nullptr;
     const std::string agent(UpdateSession::userAgent);
@@ -46,6 +46,7 @@ CURL* easyFor(const CurlLibrary& lib, Transfer& t, const UpdateSession::Options&
     lib.easySetopt(e, CURLOPT_WRITEDATA, &t);
     lib.easySetopt(e, CURLOPT_ACCEPT_ENCODING, "");  // what curl can decode; the limit counts decoded bytes
     if (o.caFile) lib.easySetopt(e, CURLOPT_CAINFO, o.caFile->c_str());
+    if (connectTo) lib.easySetopt(e, CURLOPT_CONNECT_TO, connectTo);
     // No cookie engine is switched on and curl keeps no cache: nothing outlives the check.
     return e;
 }
@@ -60,9 +61,12 @@ std::vector<UpdateSession::Answer> UpdateSession::fetchAll(std::vector<Request>&
     std::unique_ptr<CURLM, decltype(lib.multiCleanup)> multi(lib.multiInit(), lib.multiCleanup);
     if (!multi) return answers;
     std::vector<CURL*> easies(requests.size(), nullptr);
+    // "::host:port": every host and port of every address, redirects included.
+    std::unique_ptr<curl_slist, decltype(lib.slistFreeAll)> connectTo(
+        o.connectTo ? lib.slistAppend(nullptr, ("::" + *o.connectTo).c_str()) : nullptr, lib.slistFreeAll);
     for (std::size_t i = 0; i < requests.size(); ++i) {
         transfers[i] = {&requests[i], 0, o.maxBodyBytes, false};
-        easies[i] = easyFor(lib, transfers[i], o);
+        easies[i] = easyFor(lib, transfers[i], o, connectTo.get());
         if (!easies[i]) continue;
         lib.easySetopt(easies[i], CURLOPT_PRIVATE, reinterpret_cast<char*>(i));
         lib.multiAdd(multi.get(), easies[i]);
@@ -92,7 +96,11 @@ std::vector<UpdateSession::Answer> UpdateSession::fetchAll(std::vector<Request>&
 UpdateSession::Options UpdateSession::hostOptions() {
     Options o;
     const auto& h = quorv::host();
-    if (h.sandbox) o.caFile = h.env("BRIMSTELL_SANDBOX_CA_FILE");
+    if (!h.sandbox) return o;
+    o.caFile = h.env("BRIMSTELL_SANDBOX_CA_FILE");
+    // Only loopback: a sandbox never sends a request anywhere its address doesn't name.
+    const auto at = h.env("BRIMSTELL_SANDBOX_FEEDS_AT");
+    if (at && (at->starts_with("127.0.0.1:") || at->starts_with("localhost:"))) o.connectTo = *at;
     return o;
 }
 

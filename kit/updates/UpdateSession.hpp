@@ -28,11 +28,15 @@ struct UpdateSession {
         std::size_t maxBodyBytes = std::size_t{16} << 20;
         // Certificates to trust instead of the system's (a sandbox's own authority).
         std::optional<std::string> caFile;
+        // A loopback "host:port" every request connects to, whatever its address names (a
+        // sandbox's own feed server standing in for the feeds' hosts).
+        std::optional<std::string> connectTo;
     };
 
     // Runs every request at once and waits for all; one answer per request, in order.
     static std::vector<Answer> fetchAll(std::vector<Request>& requests, const Options& options);
-    // The options of this host: in a sandbox only, BRIMSTELL_SANDBOX_CA_FILE names the authority.
+    // The options of this host: in a sandbox only, BRIMSTELL_SANDBOX_CA_FILE names the authority and
+    // BRIMSTELL_SANDBOX_FEEDS_AT a loopback "127.0.0.1:<port>" or "localhost:<port>" to connect to.
     static Options hostOptions();
 
     static constexpr std::string_view userAgent = "Brimstell/1.0 (update check)";

@@ -1,9 +1,9 @@
 #include "support/plist/PlistLibrary.hpp"
 
-#include <dlfcn.h>
-
 #include <cstdio>
 #include <cstdlib>
+
+#include "support/posix/SharedLibrary.hpp"
 
 namespace quorv::plist {
 namespace {
@@ -12,16 +12,11 @@ constexpr const char* libraryName = "libplist-2.0.so.3";
 
 PlistLibrary load() {
     PlistLibrary lib;
-#ifdef __APPLE__
-    void* handle = RTLD_DEFAULT;  // linked there as usual
-#else
-    void* handle = ::dlopen(libraryName, RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-#endif
+    void* handle = openLibrary(libraryName);
     const char* missing = handle ? nullptr : libraryName;
 #define QUORV_PLIST_LOOKUP(fn)                                                   \
     if (handle && !missing) {                                                    \
-        lib.fn = reinterpret_cast<decltype(&::fn)>(::dlsym(handle, #fn));       \
-        if (!lib.fn) missing = #fn;                                              \
+        if (!lookUp(handle, lib.fn, #fn)) missing = #fn;                         \
     }
     QUORV_PLIST_FUNCTIONS(QUORV_PLIST_LOOKUP)
 #undef QUORV_PLIST_LOOKUP

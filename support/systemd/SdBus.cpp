@@ -2,13 +2,13 @@
 
 #include "support/systemd/SdBus.hpp"
 
-#include <dlfcn.h>
-
 #include <atomic>
 #include <deque>
 #include <mutex>
 
 #include <fmt/format.h>
+
+#include "support/posix/SharedLibrary.hpp"
 
 namespace quorv::systemd {
 namespace {
@@ -30,13 +30,11 @@ std::deque<SdBus>& tables() {
 
 // As systemd loads its own optional libraries: resolved now, never unloaded.
 bool load(const std::string& name, SdBus& into) {
-    if (name.empty()) return false;  // dlopen("") would hand back the program itself
-    void* handle = ::dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+    void* handle = openLibrary(name.c_str());
     if (!handle) return false;
     bool complete = true;
 #define QUORV_SD_BUS_LOOKUP(fn)                                                   \
-    into.fn = reinterpret_cast<decltype(&::fn)>(::dlsym(handle, #fn)); \
-    complete = complete && into.fn != nullptr;
+    complete = lookUp(handle, into.fn, #fn) && complete;
     QUORV_SD_BUS_FUNCTIONS(QUORV_SD_BUS_LOOKUP)
 #undef QUORV_SD_BUS_LOOKUP
     return complete;

@@ -151,4 +151,18 @@ std::optional<std::string> findTool(const std::string& name) {
     return std::nullopt;
 }
 
+CliMac::CliMac() : mac(brimstell::SandboxMac::create(dir / "mac")), env(mac.environment()) {
+    env["TZ"] = "UTC";
+    env["BRIMSTELL_OUTBOX"] = dir / "outbox.jsonl";
+}
+
+RunResult CliMac::run(const std::vector<std::string>& args, const std::string& input) const {
+    if (input.empty()) return runProgram(BRIMSTELL_CLI_EXE, args, env);
+    std::vector<std::string> shell = {"-c", "printf '%s' \"$0\" | exec \"$@\"", input, BRIMSTELL_CLI_EXE};
+    shell.insert(shell.end(), args.begin(), args.end());
+    return runProgram("/bin/sh", shell, env);
+}
+
+std::string CliMac::settingsFile() const { return mac.home() + "/Library/Preferences/com.quorv.brimstell.plist"; }
+
 }  // namespace testing_support

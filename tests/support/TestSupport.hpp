@@ -63,6 +63,19 @@ struct RunResult {
 RunResult runProgram(const std::string& program, const std::vector<std::string>& args,
                      const std::map<std::string, std::string>& environment);
 
+// The brimstell command run against a sandbox Mac in a temporary folder, with TZ=UTC and
+// notifications going to dir/outbox.jsonl. A test lays out what it needs in mac and sets more
+// variables in env (say BRIMSTELL_NOW).
+struct CliMac {
+    CliMac();
+    TempDir dir;
+    brimstell::SandboxMac mac;
+    std::map<std::string, std::string> env;
+    // input, when not empty, is the command's standard input.
+    RunResult run(const std::vector<std::string>& args, const std::string& input = "") const;
+    std::string settingsFile() const;
+};
+
 // A UTC date and time as seconds since 1970.
 double utc(int year, int month, int day, int hour = 0, int minute = 0, int second = 0);
 
