@@ -26,6 +26,7 @@ void addLeftoversCommands(CLI::App& app, int& exitCode);
 void addHealthCommand(CLI::App& app, int& exitCode);
 void addUpdatesCommand(CLI::App& app, int& exitCode);
 void addStartupCommands(CLI::App& app, int& exitCode);
+void addDeveloperCommands(CLI::App& app, int& exitCode);
 void addCloudCommands(CLI::App& app, int& exitCode);
 void addSlowCommands(CLI::App& app, int& exitCode);
 

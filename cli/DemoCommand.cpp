@@ -8,6 +8,7 @@
 
 #include "cli/Commands.hpp"
 #include "cli/Output.hpp"
+#include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/sandbox/SandboxMac.hpp"
 #include "kit/sandbox/SandboxCloud.hpp"
 #include "kit/sandbox/SandboxSlowdown.hpp"
@@ -48,6 +49,7 @@ std::optional<brimstell::SandboxMac> layOut(const std::string& dir, const std::s
     auto mac = brimstell::SandboxMac::create(dir, user);
     mac.addSampleContent();
     brimstell::addStartupItems(mac);
+    brimstell::addDeveloperTools(mac);
     brimstell::addCloudFolders(mac);
     brimstell::addSlowdown(mac);
     // Everything below is written by the two calls above, which don't report failures one by one.

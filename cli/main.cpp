@@ -60,6 +60,7 @@ int main(int argc, char** argv) {
     cli::addUpdatesCommand(app, exitCode);
     cli::addLeftoversCommands(app, exitCode);
     cli::addStartupCommands(app, exitCode);
+    cli::addDeveloperCommands(app, exitCode);
     cli::addCloudCommands(app, exitCode);
     cli::addSlowCommands(app, exitCode);
     cli::addHealthCommand(app, exitCode);

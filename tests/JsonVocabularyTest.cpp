@@ -12,6 +12,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/sandbox/SandboxMac.hpp"
 #include "kit/sandbox/SandboxCloud.hpp"
 #include "kit/sandbox/SandboxSlowdown.hpp"
@@ -110,6 +111,7 @@ struct Sandbox {
         auto m = brimstell::SandboxMac::create(dir / "mac");
         m.addSampleContent();
         brimstell::addStartupItems(m);
+        brimstell::addDeveloperTools(m);
         brimstell::addCloudFolders(m);
         brimstell::addSlowdown(m);
         return m;
@@ -150,6 +152,7 @@ TEST(JsonVocabulary, EveryCommandsOutputFollowsIt) {
         {"apps", "--apple", "--json"},
         {"updates", "--explain", "--json"},
         {"leftovers", "--json"},
+        {"dev", "--json"},
         {"leftovers", "clean", "--dry-run", "--json"},
         {"leftovers", "clean", "--yes", "--json"},
         {"startup", "--json"},

@@ -8,6 +8,7 @@
 
 #include "kit/sandbox/DemoFeeds.hpp"
 #include "kit/sandbox/FeedServer.hpp"
+#include "kit/sandbox/SandboxDeveloper.hpp"
 #include "kit/updates/AppBundles.hpp"
 #include "kit/updates/UpdateSession.hpp"
 #include "kit/settings/SettingsKeys.hpp"
@@ -85,9 +86,7 @@ TEST_F(UpdateCheckerTest, EveryKindOfAnswerInOneCheck) {
     };
     server->serve(lookup("Eta"), {R"({"resultCount":1,"results":[{"version":"3.0","trackId":42}]})"});
     server->serve(lookup("Theta"), {R"({"resultCount":0,"results":[]})"});
-    sb.mac.addFakeTool("/opt/homebrew/bin/brew",
-                       "echo \"$HOMEBREW_NO_AUTO_UPDATE$HOMEBREW_NO_ENV_HINTS$HOMEBREW_NO_INSTALL_CLEANUP\" > \"$0.env\"\n"
-                       R"(echo '{"formulae":[],"casks":[{"name":"firefox","installed_versions":["120.0"],"current_version":"121.0"}]}')");
+    addHomebrew(sb.mac);  // its only outdated cask is firefox 120.0 -> 121.0
 
     UpdateSession::Options options = UpdateSession::hostOptions();
     options.timeout = 4;  // Zeta never answers
@@ -101,7 +100,8 @@ TEST_F(UpdateCheckerTest, EveryKindOfAnswerInOneCheck) {
     EXPECT_EQ(r.upToDate, 3);  // Beta, Gamma, Lambda
     EXPECT_EQ(names(r.failed), (std::vector<std::string>{"Delta", "Epsilon", "Zeta", "Mu", "Theta"}));
     EXPECT_EQ(names(r.cantCheck), (std::vector<std::string>{"Iota"}));
-    EXPECT_EQ(testing_support::readText(sb.mac.path("/opt/homebrew/bin/brew.env")), "111\n");
+    EXPECT_EQ(testing_support::readText(sb.mac.path("/private/var/log/brew.env")),
+              "1 1 1 PATH=/opt/homebrew/bin:/usr/local/bin:/usr/bin:/bin:/usr/sbin:/sbin\n");
     EXPECT_EQ(testing_support::linesOf(sb.mac.path("/private/var/log/tools.log")),
               (std::vector<std::string>{"/opt/homebrew/bin/brew outdated --cask --json=v2"}));
     const auto agents = server->userAgents();

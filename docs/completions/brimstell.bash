@@ -1,7 +1,7 @@
 # bash completion for brimstell
 _brimstell() {
     local cur=${COMP_WORDS[COMP_CWORD]} first=${COMP_WORDS[1]} second=${COMP_WORDS[2]}
-    local commands="agent settings size trash history restore trash-bin junk clean autoclean apps updates leftovers cloud startup slow versions health demo helper"
+    local commands="agent settings size trash history restore trash-bin junk clean autoclean apps updates leftovers cloud startup dev slow versions health demo helper"
     if ((COMP_CWORD == 1)); then
         COMPREPLY=($(compgen -W "$commands --help --version" -- "$cur"))
         return
@@ -18,6 +18,7 @@ _brimstell() {
         leftovers) ((COMP_CWORD == 2)) && words="clean --json" || words="--dry-run --yes --json" ;;
         cloud) ((COMP_CWORD == 2)) && words="release --json" || words="--yes --json" ;;
         startup) ((COMP_CWORD == 2)) && words="disable enable remove --json" || words="--yes --json" ;;
+        dev) ((COMP_CWORD == 2)) && words="clean-all prune upgrade uninstall simulators runtimes --json" || words="containers images build-cache volumes delete unavailable --dry-run --yes" ;;
         slow) ((COMP_CWORD == 2)) && words="quit --json" || words="--yes --json" ;;
         versions) ((COMP_CWORD == 2)) && words="compare" || words="--json -" ;;
         clean) words="--category --dry-run --yes --json" ;;

@@ -45,11 +45,11 @@ struct UpdateChecker {
     static Outcome appStore(const AppBundle& app);
     static std::vector<AppUpdate> homebrew();
 
-    // The Homebrew command: /opt/homebrew/bin/brew, else /usr/local/bin/brew, whichever is
-    // executable first; none when neither is.
+    // The Homebrew command (Brew::location): /opt/homebrew/bin/brew, else /usr/local/bin/brew,
+    // whichever is executable first; none when neither is.
     static std::optional<std::string> brew();
-    // Runs brew with the arguments, its auto-update, hints and clean-up switched off; its
-    // standard output, and whether it ended well within the time.
+    // Runs brew (Brew::run) with the arguments, its auto-update, hints and clean-up switched off;
+    // its standard output, and whether it ended well within the time.
     static std::pair<std::string, bool> runBrew(const std::vector<std::string>& arguments, double timeout);
     static std::vector<AppUpdate> parseBrew(const std::string& text);
 

@@ -1,12 +1,11 @@
 // The pieces of an update check that ask no network: Homebrew, the App Store address, the
 // user's region, the running system's version, and the feed decisions.
 
-#include <unistd.h>
-
 #include <cctype>
 
 #include <fmt/format.h>
 
+#include "kit/developer/Brew.hpp"
 #include "kit/updates/AppcastParser.hpp"
 #include "kit/updates/SystemVersionText.hpp"
 #include "kit/updates/UpdateAnswers.hpp"
@@ -14,26 +13,15 @@
 #include "kit/updates/WebAddress.hpp"
 #include "support/host/Host.hpp"
 #include "support/plist/Plist.hpp"
-#include "support/process/Shell.hpp"
 #include "support/versions/Versions.hpp"
 
 namespace brimstell {
 
-std::optional<std::string> UpdateChecker::brew() {
-    for (const char* place : {"/opt/homebrew/bin/brew", "/usr/local/bin/brew"}) {
-        if (::access(quorv::host().path(place).c_str(), X_OK) == 0) return quorv::host().path(place);
-    }
-    return std::nullopt;
-}
+std::optional<std::string> UpdateChecker::brew() { return Brew::location(); }
 
 std::pair<std::string, bool> UpdateChecker::runBrew(const std::vector<std::string>& arguments, double timeout) {
-    const auto program = brew();
-    if (!program) return {"", false};
-    quorv::ShellOptions options;
-    options.environment = {{"HOMEBREW_NO_AUTO_UPDATE", "1"}, {"HOMEBREW_NO_ENV_HINTS", "1"}, {"HOMEBREW_NO_INSTALL_CLEANUP", "1"}};
-    options.timeLimit = timeout;
-    auto r = quorv::Shell::run(*program, arguments, options);
-    return {std::move(r.output), r.succeeded()};
+    auto r = Brew::run(arguments, timeout);
+    return {std::move(r.output), r.ok};
 }
 
 std::vector<AppUpdate> UpdateChecker::parseBrew(const std::string& text) { return UpdateAnswers::parseBrew(text); }
