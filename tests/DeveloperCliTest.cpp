@@ -10,18 +10,8 @@
 
 namespace {
 
-struct DevCli {
-    testing_support::TempDir dir;
-    brimstell::SandboxMac mac = [this] {
-        auto m = brimstell::SandboxMac::create(dir / "mac");
-        brimstell::addDeveloperTools(m);
-        return m;
-    }();
-    testing_support::RunResult run(const std::vector<std::string>& args) const {
-        auto env = mac.environment();
-        env["TZ"] = "UTC";
-        return testing_support::runProgram(BRIMSTELL_CLI_EXE, args, env);
-    }
+struct DevCli : testing_support::CliMac {
+    DevCli() { brimstell::addDeveloperTools(mac); }
     std::vector<std::string> log() const { return testing_support::linesOf(mac.path("/private/var/log/tools.log")); }
 };
 

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <filesystem>
 
 #include "kit/agent/Agent.hpp"
@@ -106,6 +108,34 @@ TEST(Leftovers, InstalledFromThreePlacesAndWhatRuns) {
     EXPECT_EQ(Leftovers::installedIDs(), (std::set<std::string>{"com.apple.calculator", "com.example.app",
                                                                 "com.example.mine", "com.example.nested",
                                                                 "com.example.runner"}));
+}
+
+// The fingerprint moves with what the app folders hold (an app added, removed or renamed, in a
+// folder or one level down), within one tick of the file system's clock too, and stays while
+// nothing there changed.
+TEST(Leftovers, AppFoldersStampMovesWithTheirContents) {
+    testing_support::SandboxHost sh;
+    quorv::HostScope scope(sh.host);
+    auto& mac = sh.mac;
+    mac.addApp("/Applications/Example.app", {.bundleID = "com.example.app"});
+    mac.addApp("/Applications/Tools/Mine.app", {.bundleID = "com.example.mine"});
+    namespace fs = std::filesystem;
+    const std::function<void()> changes[] = {
+        [&] { mac.addApp("~/Applications/New.app", {.bundleID = "com.example.new"}); },
+        [&] { fs::rename(mac.path("/Applications/Tools/Mine.app"), mac.path("/Applications/Tools/Yours.app")); },
+        [&] { fs::remove_all(mac.path("/Applications/Example.app")); },
+        [&] { mac.addApp("/System/Applications/Calculator.app", {.bundleID = "com.apple.calculator"}); },
+    };
+    std::string before = Leftovers::appFoldersStamp();
+    ASSERT_EQ(before.size(), 16u);
+    EXPECT_EQ(Leftovers::appFoldersStamp(), before) << "nothing changed";
+    for (std::size_t i = 0; i < std::size(changes); ++i) {
+        SCOPED_TRACE(i);
+        changes[i]();
+        const std::string after = Leftovers::appFoldersStamp();
+        EXPECT_NE(after, before);
+        before = after;
+    }
 }
 
 TEST(Leftovers, FoundInTheTenFoldersGroupedByApp) {

@@ -170,6 +170,22 @@ std::set<std::string> idsOf(const std::vector<std::string>& appLocations) {
     return ids;
 }
 
+// Every entry of the folder (and of its sub-folders down to depth, apps not entered) by name,
+// identity and modification time: names and identities tell an app added, removed, renamed or
+// replaced however coarse the clock of the file system.
+void stampFolder(int fd, int depth, std::string& text) {
+    for (const auto& entry : FolderListing::list(fd)) {
+        text += fmt::format("{}\t{}\t{}\t{:.9f}\n", entry.name, entry.st.st_dev, entry.st.st_ino,
+                            quorv::compat::modifiedSeconds(entry.st));
+        if (depth == 0 || !entry.isFolder() || AppBundles::isAppName(entry.name)) continue;
+        if (const auto sub = FolderListing::openBelow(fd, entry.name)) {
+            text += "{\n";
+            stampFolder(sub.get(), depth - 1, text);
+            text += "}\n";
+        }
+    }
+}
+
 std::vector<std::string> macAppPlaces() {
     const auto& h = quorv::host();
     return {h.path("/Applications"), h.path("/System/Applications"), h.inHome("Applications")};
@@ -191,20 +207,9 @@ std::set<std::string> Leftovers::bundleIDs() {
 std::string Leftovers::appFoldersStamp() {
     if (!quorv::host().isMac()) return "";
     std::string text;
-    const auto add = [&text](std::string_view name, const struct stat& st) {
-        text += fmt::format("{}\t{}\t{}\t{:.9f}\n", name, st.st_dev, st.st_ino, quorv::compat::modifiedSeconds(st));
-    };
     for (const auto& place : macAppPlaces()) {
-        const auto fd = FolderListing::open(place);
-        struct stat st{};
-        if (!fd || ::fstat(fd.get(), &st) != 0) {
-            text += place + "\tabsent\n";
-            continue;
-        }
-        add(place, st);
-        for (const auto& entry : FolderListing::listFolders(fd.get())) {
-            if (!AppBundles::isAppName(entry.name)) add(entry.name, entry.st);
-        }
+        text += place + "\n";
+        if (const auto fd = FolderListing::open(place)) stampFolder(fd.get(), 1, text);
     }
     return fmt::format("{:016x}", quorv::TextHash::of(text));
 }

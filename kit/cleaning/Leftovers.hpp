@@ -28,9 +28,9 @@ struct Leftovers {
     // installed Flatpak apps), and the apps running from anywhere else, added to ids (Mac only).
     static std::set<std::string> bundleIDs();
     static void addRunning(std::set<std::string>& ids);
-    // A fingerprint of the Mac's app folders: each one's identity and modification time, and
-    // those of the sub-folders searched in them. An app added, removed, renamed or replaced by
-    // an update changes it; an Info.plist edited in place does not. Empty on Linux.
+    // A fingerprint of the Mac's app folders: the name, identity and modification time of every
+    // entry in them and in their sub-folders one level down. An app added, removed, renamed or
+    // replaced by an update changes it; an Info.plist edited in place does not. Empty on Linux.
     static std::string appFoldersStamp();
     // The groups of leftovers on this host: find() over the home's Library on a Mac; on Linux the
     // data folders (~/.var/app/<id>) of Flatpak apps that are no longer installed, which an
