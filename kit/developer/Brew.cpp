@@ -4,6 +4,7 @@
 
 #include "kit/developer/ToolText.hpp"
 #include "support/host/Host.hpp"
+#include "support/text/Lines.hpp"
 
 namespace brimstell {
 
@@ -11,10 +12,7 @@ namespace {
 
 using json = nlohmann::json;
 
-std::string text(const json& object, const char* key) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
+using ToolText::textOf;
 
 bool flag(const json& object, const char* key) {
     const auto it = object.find(key);
@@ -23,9 +21,9 @@ bool flag(const json& object, const char* key) {
 
 std::optional<BrewPackage> formula(const json& f) {
     BrewPackage p;
-    p.name = text(f, "name");
+    p.name = textOf(f, "name");
     if (!Brew::validName(p.name)) return std::nullopt;
-    p.description = text(f, "desc");
+    p.description = textOf(f, "desc");
     p.outdated = flag(f, "outdated");
     p.pinned = flag(f, "pinned");
     p.onRequest = false;
@@ -33,11 +31,11 @@ std::optional<BrewPackage> formula(const json& f) {
     if (installed == f.end() || !installed->is_array() || installed->empty()) return std::nullopt;
     for (const auto& i : *installed) {
         if (!i.is_object()) continue;
-        if (const auto v = text(i, "version"); !v.empty()) p.versions.push_back(v);
+        if (const auto v = textOf(i, "version"); !v.empty()) p.versions.push_back(v);
         p.onRequest = p.onRequest || flag(i, "installed_on_request");
     }
     if (const auto versions = f.find("versions"); p.outdated && versions != f.end() && versions->is_object()) {
-        p.available = text(*versions, "stable");
+        p.available = textOf(*versions, "stable");
     }
     return p;
 }
@@ -45,9 +43,9 @@ std::optional<BrewPackage> formula(const json& f) {
 std::optional<BrewPackage> cask(const json& c) {
     BrewPackage p;
     p.kind = BrewPackage::Kind::cask;
-    p.name = text(c, "token");
+    p.name = textOf(c, "token");
     if (!Brew::validName(p.name)) return std::nullopt;
-    p.description = text(c, "desc");
+    p.description = textOf(c, "desc");
     p.outdated = flag(c, "outdated");
     // Newer Homebrew writes the installed version as a text, older as a list of texts.
     const auto installed = c.find("installed");
@@ -58,7 +56,7 @@ std::optional<BrewPackage> cask(const json& c) {
         }
     }
     if (p.versions.empty()) return std::nullopt;
-    if (p.outdated) p.available = text(c, "version");
+    if (p.outdated) p.available = textOf(c, "version");
     return p;
 }
 
@@ -108,7 +106,7 @@ std::vector<BrewPackage> Brew::parseInfo(std::string_view answer) {
 std::vector<BrewCleanupItem> Brew::parseCleanup(std::string_view answer) {
     std::vector<BrewCleanupItem> items;
     constexpr std::string_view lead = "Would remove:";
-    for (const auto line : ToolText::lines(answer)) {
+    for (const auto line : quorv::lines(answer)) {
         if (!line.starts_with(lead)) continue;
         const auto rest = ToolText::trim(line.substr(lead.size()));
         const auto open = rest.rfind(" (");
@@ -125,7 +123,7 @@ std::vector<BrewCleanupItem> Brew::parseCleanup(std::string_view answer) {
 std::vector<std::string> Brew::parseAutoremove(std::string_view answer) {
     std::vector<std::string> names;
     bool listing = false;
-    for (const auto line : ToolText::lines(answer)) {
+    for (const auto line : quorv::lines(answer)) {
         if (line.starts_with("==>")) {
             listing = line.find("Would autoremove") != std::string_view::npos;
             continue;

@@ -4,6 +4,7 @@
 
 #include "kit/developer/ToolText.hpp"
 #include "support/host/Host.hpp"
+#include "support/text/Lines.hpp"
 
 namespace brimstell {
 
@@ -65,7 +66,7 @@ ToolRun Docker::run(const std::vector<std::string>& arguments, double timeout) {
 std::vector<DockerUsage> Docker::parseUsage(std::string_view text) {
     std::vector<DockerUsage> rows;
     if (text.size() > ToolText::maxAnswerBytes) return rows;
-    for (const auto line : ToolText::lines(text)) {
+    for (const auto line : quorv::lines(text)) {
         if (ToolText::trim(line).empty()) continue;
         if (auto row = usageRow(ToolText::parseJson(line))) rows.push_back(std::move(*row));
     }

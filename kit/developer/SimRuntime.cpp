@@ -13,25 +13,22 @@ namespace {
 
 using json = nlohmann::json;
 
-std::string text(const json& object, const char* key) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
+using ToolText::textOf;
 
 // An entry of `simctl runtime list --json`. Its size is read from "sizeBytes", which Xcode
 // writes for every runtime image it manages; without it the size stays 0.
 std::optional<SimRuntime> imageRuntime(const std::string& key, const json& entry) {
     if (!entry.is_object()) return std::nullopt;
     SimRuntime r;
-    r.identifier = text(entry, "identifier");
+    r.identifier = textOf(entry, "identifier");
     if (r.identifier.empty()) r.identifier = key;
-    r.platform = SimRuntime::platformName(text(entry, "platformIdentifier"));
-    r.version = text(entry, "version");
+    r.platform = SimRuntime::platformName(textOf(entry, "platformIdentifier"));
+    r.version = textOf(entry, "version");
     if (r.platform.empty() || r.version.empty()) return std::nullopt;
     if (const auto size = entry.find("sizeBytes"); size != entry.end() && size->is_number_unsigned()) {
         r.bytes = static_cast<std::int64_t>(std::min<std::uint64_t>(size->get<std::uint64_t>(), INT64_MAX));
     }
-    r.lastUsedAt = quorv::Calendar::parseIso(text(entry, "lastUsedAt")).value_or(0);
+    r.lastUsedAt = quorv::Calendar::parseIso(textOf(entry, "lastUsedAt")).value_or(0);
     const auto deletable = entry.find("deletable");
     r.deletable = deletable != entry.end() && deletable->is_boolean() && deletable->get<bool>() &&
                   Simulators::validIdentifier(r.identifier);
@@ -42,9 +39,9 @@ std::optional<SimRuntime> imageRuntime(const std::string& key, const json& entry
 std::optional<SimRuntime> listedRuntime(const json& entry) {
     if (!entry.is_object()) return std::nullopt;
     SimRuntime r;
-    r.identifier = text(entry, "identifier");
-    r.platform = text(entry, "platform");
-    r.version = text(entry, "version");
+    r.identifier = textOf(entry, "identifier");
+    r.platform = textOf(entry, "platform");
+    r.version = textOf(entry, "version");
     if (r.identifier.empty() || r.platform.empty() || r.version.empty()) return std::nullopt;
     return r;
 }

@@ -12,30 +12,27 @@ namespace {
 
 using json = nlohmann::json;
 
-std::string text(const json& object, const char* key) {
-    const auto it = object.find(key);
-    return it != object.end() && it->is_string() ? it->get<std::string>() : std::string();
-}
+using ToolText::textOf;
 
 // Newer simctl writes "isAvailable"; older only "availability": "(available)" or
 // "(unavailable, runtime profile not found)".
 bool available(const json& device) {
     if (const auto it = device.find("isAvailable"); it != device.end() && it->is_boolean()) return it->get<bool>();
-    const std::string availability = text(device, "availability");
+    const std::string availability = textOf(device, "availability");
     return availability.find("unavailable") == std::string::npos;
 }
 
 std::optional<SimDevice> device(const json& d, const std::string& runtime) {
     if (!d.is_object()) return std::nullopt;
     SimDevice s;
-    s.udid = text(d, "udid");
-    s.name = text(d, "name");
+    s.udid = textOf(d, "udid");
+    s.name = textOf(d, "name");
     if (s.udid.empty() || s.name.empty()) return std::nullopt;
     s.isAvailable = available(d);
     if (const auto size = d.find("dataPathSize"); size != d.end() && size->is_number_unsigned()) {
         s.dataPathSize = static_cast<std::int64_t>(std::min<std::uint64_t>(size->get<std::uint64_t>(), INT64_MAX));
     }
-    s.lastBootedAt = quorv::Calendar::parseIso(text(d, "lastBootedAt")).value_or(0);
+    s.lastBootedAt = quorv::Calendar::parseIso(textOf(d, "lastBootedAt")).value_or(0);
     s.runtime = runtime;
     return s;
 }

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -10,9 +11,9 @@
 
 namespace brimstell::ToolText {
 
-// The lines of text, without line feeds (and a carriage return before them).
-std::vector<std::string_view> lines(std::string_view text);
 std::string_view trim(std::string_view text);
+// The text under key in a JSON object; empty when absent or not a text.
+std::string textOf(const nlohmann::json& object, const char* key);
 // The JSON value of a tool's answer; discarded when it is too long, nests too deep or isn't JSON.
 nlohmann::json parseJson(std::string_view text);
 // "8.674GB", "0B", "2,401 KB", "1.2 kB": a number, maybe a blank, and a unit of B, kB/KB, MB, GB

@@ -3,19 +3,13 @@
 #include <cctype>
 
 #include "kit/insight/BackgroundItems.hpp"
+#include "support/text/Lines.hpp"
 
 namespace brimstell {
 
-namespace {
+using quorv::eachLine;
 
-template <class F>
-void eachLine(std::string_view text, F&& f) {
-    while (!text.empty()) {
-        const auto feed = text.find('\n');
-        f(text.substr(0, feed));
-        text.remove_prefix(feed == std::string_view::npos ? text.size() : feed + 1);
-    }
-}
+namespace {
 
 // A process id: a decimal whole number above zero. launchctl's "print" shows 0 for a service
 // with no process, so 0 never counts as running.

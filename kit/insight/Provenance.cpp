@@ -2,20 +2,13 @@
 
 #include <algorithm>
 
+#include "support/text/Lines.hpp"
+
 namespace brimstell {
 
-namespace {
+using quorv::eachLine;
 
-template <class F>
-void eachLine(std::string_view text, F&& f) {
-    while (!text.empty()) {
-        const auto feed = text.find('\n');
-        auto line = text.substr(0, feed);
-        if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-        f(line);
-        text.remove_prefix(feed == std::string_view::npos ? text.size() : feed + 1);
-    }
-}
+namespace {
 
 // The folders that a merged /usr has twice: "/bin" is "/usr/bin".
 constexpr std::string_view merged[] = {"/bin/", "/sbin/", "/lib/", "/lib32/", "/lib64/", "/libx32/"};
