@@ -217,7 +217,7 @@ TEST(Admin, SetDaemonChecksTheLabelAndMaintenanceItsTaskBeforeAnyCall) {
     AdminBench bench;
     quorv::HostScope scope(bench.host);
     for (const std::string& label : {"com.example.x;rm"s, ""s, "com.example x"s, "com.example.x\n"s, "a/b"s, "$(id)"s,
-                                     "com.example.\xc3\xa9"s, "x\0y"s}) {
+                                     "com.example.\xc3\xa9"s, "x\0y"s, "-x"s, "--now"s, ".."s}) {
         EXPECT_FALSE(Admin::setDaemon(label, false)) << label;
     }
     EXPECT_TRUE(bench.recorder().calls().empty());
@@ -225,20 +225,22 @@ TEST(Admin, SetDaemonChecksTheLabelAndMaintenanceItsTaskBeforeAnyCall) {
     bench.recorder().answers("4", "OK\n");
     EXPECT_TRUE(Admin::setDaemon("com.Example-1_x.y", false));
     EXPECT_TRUE(Admin::setDaemon("com.Example-1_x.y", true));
+    EXPECT_TRUE(Admin::setDaemon("getty@tty1.service", false));
     const auto calls = bench.recorder().calls();
-    ASSERT_EQ(calls.size(), 3u);  // one handshake, then two calls
+    ASSERT_EQ(calls.size(), 4u);  // one handshake, then three calls
     EXPECT_EQ(calls[1].op, "svc");
     EXPECT_EQ(calls[1].arg, "disable com.Example-1_x.y");
     EXPECT_EQ(calls[2].arg, "enable com.Example-1_x.y");
     EXPECT_TRUE(calls[2].list.empty());
+    EXPECT_EQ(calls[3].arg, "disable getty@tty1.service");
 
     EXPECT_FALSE(Admin::maintenance("junk"));
     EXPECT_FALSE(Admin::maintenance("trash"));
-    EXPECT_EQ(bench.recorder().calls().size(), 3u);
+    EXPECT_EQ(bench.recorder().calls().size(), 4u);
     EXPECT_TRUE(Admin::maintenance("flushdns"));
     bench.recorder().answers("", "");  // a tool failed
     EXPECT_FALSE(Admin::maintenance("thin"));
-    EXPECT_EQ(bench.recorder().ops(), (Strings{"version", "svc", "svc", "flushdns", "thin"}));
+    EXPECT_EQ(bench.recorder().ops(), (Strings{"version", "svc", "svc", "svc", "flushdns", "thin"}));
 }
 
 TEST(Admin, RegistrationStatesDecideWhetherTheHelperIsAsked) {

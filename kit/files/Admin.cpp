@@ -127,11 +127,13 @@ bool launch() {
     return true;
 }
 
+// A launchd label or a systemd unit ("getty@tty1.service"): never one that a tool could take for an
+// option or a path.
 bool labelIsPlain(const std::string& label) {
-    if (label.empty()) return false;
+    if (label.empty() || label.front() == '-' || label.front() == '.') return false;
     for (char c : label) {
         const bool plain = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '.' ||
-                           c == '_' || c == '-';
+                           c == '_' || c == '-' || c == '@';
         if (!plain) return false;
     }
     return true;
